@@ -1,0 +1,48 @@
+# Thin front for the CMake build. `make run` and `make test` are all a fresh machine needs.
+MAKEFLAGS += --no-print-directory
+PREFIX ?= /usr/local
+JOBS ?= $(shell nproc)
+BUILD := build
+ASAN_BUILD := build-asan
+STAGE := $(CURDIR)/$(BUILD)/stage
+CTEST := ctest --output-on-failure -j $(JOBS) --timeout 300
+
+.PHONY: all deps build run test test-plain test-sanitize test-abi install bench clean
+
+all: build
+
+deps:
+	@scripts/install-deps.sh
+
+build: deps
+	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+	@cmake --build $(BUILD) -j $(JOBS)
+
+run: build
+	@$(BUILD)/quickstart
+
+test: test-plain test-sanitize test-abi
+
+test-plain: build
+	@cd $(BUILD) && $(CTEST)
+
+test-sanitize: deps
+	@cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DCORVEL_SANITIZE=ON >/dev/null
+	@cmake --build $(ASAN_BUILD) -j $(JOBS)
+	@cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=0 \
+	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 $(CTEST)
+
+# The C ABI and the Fortran twins, proven against the installed library.
+test-abi: build
+	@rm -rf $(STAGE) && cmake --install $(BUILD) --prefix $(STAGE) >/dev/null
+	@scripts/abi-check.sh $(STAGE)
+
+install: build
+	@cmake --install $(BUILD) --prefix $(PREFIX)
+
+bench: build
+	@cmake --build $(BUILD) --target benches -j $(JOBS)
+	@for b in $(BUILD)/*_bench; do echo "== $$b"; $$b --benchmark_counters_tabular=true || exit 1; done
+
+clean:
+	rm -rf $(BUILD) $(ASAN_BUILD)

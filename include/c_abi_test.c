@@ -1,0 +1,75 @@
+/* Proves the C interface of the installed library from a strict C99 program. */
+#include <corvel.h>
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+static int failures = 0;
+
+static void check(int ok, const char *what) {
+  if (!ok) {
+    fprintf(stderr, "c_abi_test: FAILED: %s\n", what);
+    failures++;
+  }
+}
+
+static int by_text(void *a, void *b, void *private_data) {
+  (void)private_data;
+  return strcmp(*(char **)a, *(char **)b);
+}
+
+int main(int argc, char **argv) {
+  Tbl *t;
+  char *s;
+  long first = 0, last = 0;
+  double values[3] = {1.5, 2.5, 3.5};
+  Tbl *direct;
+  int count = -1;
+
+  elog_init(argc, argv);
+  check(strcmp(Program_Name, "c_abi_test") == 0, "Program_Name");
+
+  t = strtbl("KONO", "ANMO", "COLA", NULL);
+  unshifttbl(t, "TAM");
+  sorttbl(t, by_text, NULL);
+  s = jointbl(t, ",");
+  check(strcmp(s, "ANMO,COLA,KONO,TAM") == 0, "sorted list");
+  free(s);
+  {
+    char *key = "KONO";
+    check(searchtbl(&key, t, by_text, NULL, &first, &last) == 1 && first == 2 && last == 2,
+          "searchtbl");
+  }
+  check(gettbl(t, -1) == NULL && gettbl(t, 4) == NULL, "reads out of range");
+  freetbl(t, NULL);
+
+  direct = inittbl(0, 2, 1, NULL, sizeof(double));
+  pushtbl(direct, &values[0]);
+  pushtbl(direct, &values[1]);
+  unshifttbl(direct, &values[2]);
+  check(*(double *)gettbl(direct, 0) == 3.5 && *(double *)gettbl(direct, 2) == 2.5, "direct");
+  freetbl(direct, NULL);
+
+  elog_log(0, "one %d", 1);
+  elog_log(0, "one %d", 1);
+  errno = ENOENT;
+  elog_log(1, "two");
+  check(errno == 0, "errno cleared");
+  s = elog_string(0);
+  check(strcmp(s, "c_abi_test: one 1\n\t** repeated 2 times\nc_abi_test: two\n"
+                  "\tNo such file or directory\n") == 0,
+        "register text");
+  free(s);
+  elog_query(ELOG_COUNT, 0, &count);
+  check(count == 2, "ELOG_COUNT");
+  elog_clear();
+  check(elog_mark() == 0, "elog_clear");
+
+  s = elogstr(ELOG_ALERT, 0, "watch %s", "out");
+  check(strcmp(s, "c_abi_test *alert*: watch out\n") == 0, "elogstr");
+  free(s);
+
+  if (failures == 0) printf("c_abi_test: ok\n");
+  return failures == 0 ? 0 : 1;
+}

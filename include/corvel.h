@@ -1,0 +1,11 @@
+/* libcorvel: every public header. */
+#ifndef CORVEL_H
+#define CORVEL_H
+
+#include "corvel/elog.h"
+#include "corvel/files.h"
+#include "corvel/port.h"
+#include "corvel/tbl.h"
+#include "corvel/text.h"
+
+#endif

@@ -1,0 +1,17 @@
+#!/bin/sh
+# Installs, from the distribution's packages, whatever the build and the tests need and this
+# machine lacks. Does nothing when everything is present.
+set -e
+packages="g++ gcc make cmake pkg-config zlib1g-dev libgtest-dev libgmock-dev libbenchmark-dev
+gfortran tzdata"
+missing=""
+for p in $packages; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" ||
+    missing="$missing $p"
+done
+[ -z "$missing" ] && exit 0
+echo "installing:$missing"
+if [ "$(id -u)" -eq 0 ]; then sudo=""; else sudo="sudo"; fi
+export DEBIAN_FRONTEND=noninteractive
+$sudo apt-get update -q
+$sudo apt-get install -y -q --no-install-recommends $missing
