@@ -55,8 +55,9 @@ TEST_F(ElogTest, KeepsLogMessagesAndFoldsRepeats) {
 
 TEST_F(ElogTest, NewlineAndEmptyMessageRules) {
   elog_log(0, "\nafter a blank line");
+  const char *empty = "";
   elog_log(0, nullptr);
-  elog_log(0, "");
+  elog_log(0, empty);
   // An empty result is kept as a newline without tag.
   EXPECT_EQ(RegisterText(), "\n" + Tagged("after a blank line\n") + "\n\t** repeated 2 times\n");
 
@@ -317,6 +318,15 @@ TEST_F(ElogTest, ProcessFrame) {
   EXPECT_STREQ(deliver, "");
   elog_query(ELOG_DELIVER, ELOG_FAULT, &deliver);
   EXPECT_STREQ(deliver, "stderr");
+}
+
+TEST(ElogReferenceTime, AcceptsAnyTimeText) {
+  setenv("ELOG_REFERENCE_TIME", "1970-01-02 00:00:01.5", 1);
+  elog_init(0, nullptr);
+  EXPECT_EQ(Elog_reference_time, 86401.5);
+  setenv("ELOG_REFERENCE_TIME", "", 1);
+  elog_init(0, nullptr);
+  EXPECT_GT(Elog_reference_time, 1.6e9);  // now
 }
 
 TEST_F(ElogTest, ConcurrentLoggingKeepsEveryMessage) {

@@ -7,6 +7,7 @@
 
 #include "corvel/files.h"
 #include "corvel/port.h"
+#include "corvel/time.h"
 #include "elog/internal.h"
 #include "elog/oom.h"
 
@@ -84,8 +85,8 @@ int elog_init(int argc, char **argv) {
     snprintf(Program_Name, sizeof Program_Name, "%s", argv[0]);
   }
   const char *reference = getenv("ELOG_REFERENCE_TIME");
-  Elog_reference_time = reference != nullptr && reference[0] != '\0' ? strtod(reference, nullptr)
-                                                                     : std_now();
+  Elog_reference_time =
+      reference != nullptr && reference[0] != '\0' ? str2epoch(reference) : std_now();
 
   if (Lock().TryLock()) {
     if (!Elog_init) {

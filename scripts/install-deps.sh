@@ -3,7 +3,7 @@
 # machine lacks. Does nothing when everything is present.
 set -e
 packages="g++ gcc make cmake pkg-config zlib1g-dev libgtest-dev libgmock-dev libbenchmark-dev
-gfortran tzdata"
+gfortran tzdata flex"
 missing=""
 for p in $packages; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" ||
