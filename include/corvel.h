@@ -2,10 +2,12 @@
 #ifndef CORVEL_H
 #define CORVEL_H
 
+#include "corvel/arr.h"
 #include "corvel/elog.h"
 #include "corvel/files.h"
 #include "corvel/port.h"
 #include "corvel/tbl.h"
 #include "corvel/text.h"
+#include "corvel/time.h"
 
 #endif
