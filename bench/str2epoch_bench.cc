@@ -45,19 +45,19 @@ double Strptime(const char *text, const char *format, bool year_day) {
 void BM_StrptimeIso(benchmark::State &state) {
   for (auto _ : state) benchmark::DoNotOptimize(Strptime(kIso, "%Y-%m-%d %H:%M:%S", false));
 }
-BENCHMARK(BM_StrptimeIso);
+BENCHMARK(BM_StrptimeIso)->Repetitions(5)->ReportAggregatesOnly(true);
 
 void BM_StrptimeYearDay(benchmark::State &state) {
   for (auto _ : state) benchmark::DoNotOptimize(Strptime(kYearDay, "%Y-%j %H:%M:%S", true));
 }
-BENCHMARK(BM_StrptimeYearDay);
+BENCHMARK(BM_StrptimeYearDay)->Repetitions(5)->ReportAggregatesOnly(true);
 
 void BM_StrptimeMonthName(benchmark::State &state) {
   for (auto _ : state) {
     benchmark::DoNotOptimize(Strptime(kMonthName, "%b %d, %Y %H:%M:%S", false));
   }
 }
-BENCHMARK(BM_StrptimeMonthName);
+BENCHMARK(BM_StrptimeMonthName)->Repetitions(5)->ReportAggregatesOnly(true);
 
 }  // namespace
 

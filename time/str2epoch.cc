@@ -106,6 +106,13 @@ int WeekdayFromName(const char *name) {
 // costs a fraction of what sscanf and strtol do.
 inline bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
+// The value of the n digits at text, for the fixed-width fields of the dashed dates.
+inline int Digits(const char *text, int n) {
+  int value = 0;
+  for (int i = 0; i < n; i++) value = value * 10 + (text[i] - '0');
+  return value;
+}
+
 long ReadInt(const char **p) {
   constexpr long kLimit = (LONG_MAX - 9) / 10;  // beyond it, a digit more saturates
   long value = 0;
@@ -274,9 +281,8 @@ bool Apply(int token, const char *text) {
     case kDashDate:
       SlashDate(text);
       break;
-    case kIsoDate: {
-      ReadNumbers(text, v, 3, &fraction);
-      int year = static_cast<int>(v[0]), month = static_cast<int>(v[1]), day = static_cast<int>(v[2]);
+    case kIsoDate: {  // DDDD-DD-DD
+      int year = Digits(text, 4), month = Digits(text + 5, 2), day = Digits(text + 8, 2);
       if (month > 12 || day > 31) {
         Error("str2epoch: Bad date format:'%s'", text);
       } else {
@@ -286,9 +292,8 @@ bool Apply(int token, const char *text) {
       }
       break;
     }
-    case kYearDayDate: {
-      ReadNumbers(text, v, 2, &fraction);
-      int year = static_cast<int>(v[0]), doy = static_cast<int>(v[1]);
+    case kYearDayDate: {  // DDDD-DDD
+      int year = Digits(text, 4), doy = Digits(text + 5, 3);
       if (doy > 366) {
         Error("str2epoch: Bad date format:'%s'", text);
       } else {
