@@ -376,6 +376,18 @@ TEST_F(ElogDeathTest, DieDeliversEverythingAndExitsWithOne) {
       ::testing::ExitedWithCode(1), "elog_test \\*fatal\\*: from fortran\n");
 }
 
+TEST_F(ElogDeathTest, RunningOutOfMemoryEndsTheProcessWithTheLibrarysMessage) {
+  // A list asked to hold an absurd number of slots cannot get them.
+  EXPECT_EXIT(
+      {
+        Tbl *t = newtbl(0);
+        settbl(t, 1L << 60, t);
+      },
+      ::testing::ExitedWithCode(1),
+      "elog_test \\*fatal\\*: Out of memory in [A-Za-z_]+ at line [0-9]+ of 'tbl.c'\n\tCan't "
+      "malloc [0-9]+ bytes for tbl->base.cp\n");
+}
+
 TEST_F(ElogDeathTest, FullRegisterEndsTheProcess) {
   EXPECT_EXIT(
       {

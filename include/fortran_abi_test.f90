@@ -7,8 +7,12 @@ program fortran_abi_test
       import :: c_int
     end function
   end interface
-  integer :: flag
+  integer :: flag, yd, year, doy, hour, minute, month, day
+  double precision :: t, second
+  double precision, external :: str2epoch, epoch, h2e
+  integer, external :: yearday, mday2doy
   character(len=16) :: mode
+  character(len=40) :: text
 
   flag = 0
   call elog_init()
@@ -21,6 +25,25 @@ program fortran_abi_test
   call register_error(flag, 'to be cleared')
   call clear_register(%val(0))
   if (elog_mark() /= 0) stop 4
+
+  ! The time twins.
+  t = str2epoch('2024-02-01 07:05:09.047   ')
+  if (abs(t - 1706771109.047d0) > 1d-6) stop 5
+  yd = yearday(t)
+  if (yd /= 2024032) stop 6
+  if (epoch(2024032) /= 1706745600d0) stop 7
+  call strtime(text, t)
+  if (text /= '02/01/2024  07:05:09.047') stop 8
+  call strdate(text, t)
+  if (text /= '02/01/2024') stop 9
+  call epoch2str(text, t, '%Y-%j %H:%M')
+  if (text /= '2024-032 07:05') stop 10
+  if (h2e(2024, 32, 7, 5, 9.047d0) /= t) stop 11
+  call e2h(t, year, doy, hour, minute, second)
+  if (year /= 2024 .or. doy /= 32 .or. hour /= 7 .or. minute /= 5) stop 12
+  call doy2mday(doy, year, month, day)
+  if (month /= 2 .or. day /= 1) stop 13
+  if (mday2doy(2024, 3, 1) /= 61) stop 14
 
   call get_command_argument(1, mode)
   if (mode == 'die') call die(flag, 'dying from fortran')
