@@ -20,6 +20,8 @@ build: deps
 
 run: build
 	@$(BUILD)/quickstart
+	@echo '$$ corvel time now "Feb 1, 2024 12:00 US/Mountain"'
+	@$(BUILD)/corvel time now "Feb 1, 2024 12:00 US/Mountain"
 
 test: test-plain test-sanitize test-abi
 
