@@ -271,6 +271,15 @@ void ZoneName(const char *text) {
   }
 }
 
+// The fields of a colon-separated stamp.
+void SetStamp(long year, long doy, long hour, long minute, double second) {
+  g_fields.year = static_cast<int>(year);
+  g_fields.doy = static_cast<int>(doy);
+  g_fields.hour = static_cast<int>(hour);
+  g_fields.minute = static_cast<int>(minute);
+  g_fields.second = second;
+}
+
 // Gives one token its meaning. Returns false when scanning must stop.
 bool Apply(int token, const char *text) {
   Fields &f = g_fields;
@@ -336,40 +345,28 @@ bool Apply(int token, const char *text) {
     case kTimeOfDay:
       TimeOfDay(text);
       break;
-    case kYearDayStamp4:
+    case kYearDayStamp4:  // compact year-day, hour, minute, second
       ReadNumbers(text, v, 4, &fraction);
-      f.year = static_cast<int>(v[0] / 1000);
-      f.doy = static_cast<int>(v[0] % 1000);
-      f.hour = static_cast<int>(v[1]);
-      f.minute = static_cast<int>(v[2]);
-      f.second = static_cast<double>(v[3]) + fraction;
+      SetStamp(v[0] / 1000, v[0] % 1000, v[1], v[2], static_cast<double>(v[3]) + fraction);
       break;
-    case kYearDayStamp5:
+    case kYearDayStamp5:  // year, day of year, hour, minute, second
       ReadNumbers(text, v, 5, &fraction);
-      f.year = static_cast<int>(v[0]);
-      f.doy = static_cast<int>(v[1]);
-      f.hour = static_cast<int>(v[2]);
-      f.minute = static_cast<int>(v[3]);
-      f.second = static_cast<double>(v[4]) + fraction;
+      SetStamp(v[0], v[1], v[2], v[3], static_cast<double>(v[4]) + fraction);
       break;
-    case kYearDayStamp6:
+    case kYearDayStamp6:  // as above, then milliseconds
       ReadNumbers(text, v, 6, &fraction);
-      f.year = static_cast<int>(v[0]);
-      f.doy = static_cast<int>(v[1]);
-      f.hour = static_cast<int>(v[2]);
-      f.minute = static_cast<int>(v[3]);
-      f.second = static_cast<double>(v[4]) + static_cast<double>(v[5]) / 1000;
+      SetStamp(v[0], v[1], v[2], v[3],
+               static_cast<double>(v[4]) + static_cast<double>(v[5]) / 1000);
       break;
-    case kMonthStamp:
-      // The month's letters stand between the first two colons.
+    case kMonthStamp: {  // year, month letters, day, hour, minute, second
       ReadNumbers(text, v, 5, &fraction);
-      f.year = static_cast<int>(v[0]);
+      int doy = f.doy;  // a month stamp names no day of year
+      SetStamp(v[0], doy, v[2], v[3], static_cast<double>(v[4]) + fraction);
+      // The month's letters stand between the first two colons.
       f.month = MonthFromName(strchr(text, ':') + 1);
       f.day = static_cast<int>(v[1]);
-      f.hour = static_cast<int>(v[2]);
-      f.minute = static_cast<int>(v[3]);
-      f.second = static_cast<double>(v[4]) + fraction;
       break;
+    }
     case kMinute:
       f.minute = IntAt(text + 1);
       break;
