@@ -1,4 +1,5 @@
 // Conversions between epochs and calendar fields in UTC on the proleptic Gregorian calendar.
+#include <limits.h>
 #include <math.h>
 #include <stdio.h>
 #include <string.h>
@@ -248,9 +249,10 @@ void month_day(DateTime *rec) {
 
 int mday2doy(int year, int month, int day) {
   bool leap = corvel::timecal::IsLeapYear(year);
-  int doy = day;
+  // Summed wide: a day read from a text may be as large as an int holds.
+  long doy = day;
   for (int m = 0; m < month - 1 && m < 12; m++) doy += kDaysInMonth[m] + (m == 1 && leap);
-  return doy;
+  return doy > INT_MAX ? INT_MAX : static_cast<int>(doy);
 }
 
 void mdtodate(DateTime *rec) {

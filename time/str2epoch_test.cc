@@ -218,7 +218,9 @@ TEST(Str2epoch, BadInputNeverCrashesAndLeavesNoState) {
   std::string mixed;
   std::mt19937 random(7);
   for (int i = 0; i < 100000; i++) mixed += static_cast<char>(1 + random() % 255);
-  for (const std::string *text : {&digits, &letters, &mixed}) {
+  // A day number near the top of an int must not overflow the day-of-year sum.
+  std::string huge_day = "Feb 3035003361, 2024";
+  for (const std::string *text : {&digits, &letters, &mixed, &huge_day}) {
     zstr2epoch(text->c_str(), &value);
     Register();
     // The next parse starts afresh, whatever the last one left behind.
