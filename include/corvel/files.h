@@ -3,6 +3,7 @@
 #define CORVEL_FILES_H
 
 #include "corvel/export.h"
+#include "corvel/tbl.h"
 
 CORVEL_BEGIN_DECLS
 
@@ -46,6 +47,35 @@ CORVEL_API int make_pathdirs(const char *path);
 /* A new string with the home directory of user (the current user when null or empty), or
  * null when the user is unknown. */
 CORVEL_API char *homedir(const char *user);
+
+/* The installation root, found on first use: VELMORA, else the default root /opt/velmora/5.8
+ * when it is a directory, else the directory above the "bin" that holds the running program,
+ * else the highest release directory under /opt/velmora. Empty when none is found, in which
+ * case the next call searches again. The text is process-wide: a later putvelmora overwrites
+ * it. */
+CORVEL_API char *getvelmora(void);
+/* Records root (at most 4095 characters kept) as the installation root. The first call also
+ * puts "VELMORA=" and the root into the environment, which later calls leave alone, so child
+ * processes see the first root. */
+CORVEL_API void putvelmora(const char *root);
+
+/* A new list of new strings (free it with freetbl(t, free)): where name is found along path,
+ * a list of directories separated by ':'. An empty or null path means DATAPATH, or the root's
+ * "data" directory when that is unset. An element beginning with '~' starts at a home
+ * directory ("~" and "~/x" the current user's, "~user/x" that user's), and a non-empty subdir
+ * is joined to every element. A directory element gives the element joined with name, and,
+ * when name holds a '/', also with the last component of name; an element that is a file is
+ * listed itself when its path is absolute. Only readable candidates are listed unless flags
+ * has bit 2 (value 2) set; with bit 1 (value 1) set, environment references in path are
+ * expanded first. errno is left as it was. */
+CORVEL_API Tbl *datasearch(const char *path, const char *subdir, const char *name, int flags);
+/* The first readable file found for name, with "." and suffix appended when suffix is
+ * non-empty, along the value of the environment variable env when that is set, else as
+ * datasearch searches an empty path; a new string, or null when there is none. */
+CORVEL_API char *datapath(const char *env, const char *subdir, const char *name,
+                          const char *suffix);
+/* datapath without a subdirectory or a suffix. */
+CORVEL_API char *datafile(const char *env, const char *name);
 
 CORVEL_END_DECLS
 

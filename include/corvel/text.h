@@ -45,6 +45,16 @@ CORVEL_API char *strconcat(const char *s1, ...);
  * above 1e10 or below 0.001 in magnitude with an engineering exponent ("150e9", "500e-6"). */
 CORVEL_API char *strdbl(char *buffer, double value);
 
+/* Reads a yes-or-no word, compared whole and without regard to case: -1 for "yes", "ok", "y",
+ * "true", "1", "on", "t"; 0 for "no", "n", "false", "0", "off", "f"; 1 for anything else
+ * (also null), which is no boolean at all. */
+CORVEL_API int yesno(const char *text);
+
+/* A number with an optional one-letter multiplier as its last character: "G" 1e9, "M" 1e6,
+ * "k" 1e3, "m" 1e-3, "u" 1e-6 ("2k" is 2000, "5m" is 0.005). Case matters: "3K" is 3. The
+ * decimal point is '.' whatever the locale. Null gives 0. */
+CORVEL_API double sz2dbl(const char *text);
+
 /* 1 when the extended regular expression pattern matches the whole of text, 0 when not, -2
  * when pattern does not compile (logged with elog_log). With a cache (a Hook * that starts
  * null, released with free_hook) the compiled pattern is kept and reused, and the pattern
