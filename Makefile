@@ -4,10 +4,13 @@ PREFIX ?= /usr/local
 JOBS ?= $(shell nproc)
 BUILD := build
 ASAN_BUILD := build-asan
+FUZZ_BUILD := build-fuzz
+FUZZ_SECONDS ?= 60
+FUZZ_TARGETS := $(patsubst fuzz/%_fuzz.cc,%,$(wildcard fuzz/*_fuzz.cc))
 STAGE := $(CURDIR)/$(BUILD)/stage
 CTEST := ctest --output-on-failure -j $(JOBS) --timeout 300
 
-.PHONY: all deps build run test test-plain test-sanitize test-abi install bench clean
+.PHONY: all deps build run test test-plain test-sanitize test-abi install bench fuzz clean
 
 all: build
 
@@ -19,7 +22,7 @@ build: deps
 	@cmake --build $(BUILD) -j $(JOBS)
 
 run: build
-	@$(BUILD)/quickstart
+	@cd examples && ../$(BUILD)/quickstart
 	@echo '$$ corvel time now "Feb 1, 2024 12:00 US/Mountain"'
 	@$(BUILD)/corvel time now "Feb 1, 2024 12:00 US/Mountain"
 
@@ -46,5 +49,13 @@ bench: build
 	@cmake --build $(BUILD) --target benches -j $(JOBS)
 	@for b in $(BUILD)/*_bench; do echo "== $$b"; $$b --benchmark_counters_tabular=true || exit 1; done
 
+# Each parser under libFuzzer for FUZZ_SECONDS, from a scratch copy of its seed corpus.
+fuzz:
+	@scripts/install-deps.sh fuzz
+	@cmake -S . -B $(FUZZ_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCORVEL_FUZZ=ON \
+	  -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ >/dev/null
+	@cmake --build $(FUZZ_BUILD) -j $(JOBS) --target $(addsuffix _fuzz,$(FUZZ_TARGETS))
+	@fuzz/run.sh $(FUZZ_BUILD) $(FUZZ_SECONDS) $(FUZZ_TARGETS)
+
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)

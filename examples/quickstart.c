@@ -1,11 +1,39 @@
 /* A first program on libcorvel, along the path of a typical request: set up the message log,
- * keep data in lists and associative arrays, read times typed by people, format times, and
- * report through the log. */
+ * read its parameter file, keep data in lists and associative arrays, read times typed by
+ * people, format times, and report through the log. Run it where quickstart.pf is, or with
+ * PFPATH naming that directory. */
 #include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
 
 #include <corvel.h>
+
+/* Reads quickstart.pf: a time, a list and a nested array value by key path, a function and a
+ * substitution. */
+static void show_parameters(void) {
+  Pf *pf = NULL;
+  Tbl *stations;
+  char *text;
+  long i;
+
+  if (pfread("quickstart", &pf) != 0) {
+    elog_complain(0, "can't read quickstart.pf: run this program where it is, or set PFPATH");
+    return;
+  }
+  text = strtime(pfget_time(pf, "start_time"));
+  printf("parameter file: network %s, start time %s\n", pfget_string(pf, "network"), text);
+  free(text);
+  stations = pfget_tbl(pf, "stations");
+  printf("  %ld stations:", maxtbl(stations));
+  for (i = 0; i < maxtbl(stations); i++) printf(" %s", (char *)gettbl(stations, i));
+  printf("\n");
+  freetbl(stations, NULL);
+  printf("  ANMO BHZ: %ld samples/s, gain %g\n", pfget_int(pf, "channels{ANMO}{BHZ}{samprate}"),
+         pfget_double(pf, "channels{ANMO}{BHZ}{gain}"));
+  printf("  home (from &env(HOME)): %s\n", pfget_string(pf, "home"));
+  printf("  archive (with &network substituted): %s\n", pfget_string(pf, "archive"));
+  pffree(pf);
+}
 
 static void print_station(char *key, void *value, void *private_data) {
   (void)private_data;
@@ -24,6 +52,7 @@ int main(int argc, char **argv) {
 
   elog_init(argc, argv);
   elog_notify(0, "starting up as %s", Program_Name);
+  show_parameters();
 
   /* Lists hold pointers and grow at both ends. */
   stations = strtbl("ANMO", "COLA", "KONO", NULL);

@@ -66,6 +66,23 @@ int main(int argc, char **argv) {
   elog_clear();
   check(elog_mark() == 0, "elog_clear");
 
+  {
+    Pf *pf = NULL, *node = NULL;
+    Tbl *bands;
+    check(pfcompile("rate 40\nsta &Arr{\n  ANMO &Tbl{\n    BHZ\n    BHN\n  }\n}\n", &pf) == 0,
+          "pfcompile");
+    check(pfget_int(pf, "rate") == 40, "pfget_int");
+    check(strcmp(pfget_string(pf, "sta{ANMO}[1]"), "BHN") == 0, "key path");
+    check(pfresolve(pf, "sta{ANMO}[2]", 0, &node) == PF_NOT_FOUND, "pfresolve");
+    pfput_string(pf, "net", "IU");
+    check(pfset(pf, "new{list}[0]", "x") == 0 && strcmp(pfget_string(pf, "new{list}[0]"), "x") == 0,
+          "pfset");
+    bands = pfget_tbl(pf, "sta{ANMO}");
+    check(maxtbl(bands) == 2, "pfget_tbl");
+    freetbl(bands, NULL);
+    pffree(pf);
+  }
+
   s = elogstr(ELOG_ALERT, 0, "watch %s", "out");
   check(strcmp(s, "c_abi_test *alert*: watch out\n") == 0, "elogstr");
   free(s);

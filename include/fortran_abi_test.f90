@@ -8,7 +8,11 @@ program fortran_abi_test
     end function
   end interface
   integer :: flag, yd, year, doy, hour, minute, month, day
-  double precision :: t, second
+  integer :: result, ivalue, bvalue, ptype
+  integer(c_intptr_t) :: pf, sub, node
+  double precision :: t, second, dvalue
+  character(len=32) :: svalue
+  character(len=1), parameter :: nl = achar(10)
   double precision, external :: str2epoch, epoch, h2e
   integer, external :: yearday, mday2doy
   character(len=16) :: mode
@@ -44,6 +48,44 @@ program fortran_abi_test
   call doy2mday(doy, year, month, day)
   if (month /= 2 .or. day /= 1) stop 13
   if (mday2doy(2024, 3, 1) /= 61) stop 14
+
+  ! The parameter-file twins: a tree read from its file on PFPATH, typed getters, putters.
+  pf = 0
+  call pfread('fortran_abi', pf, result)
+  if (result /= 0) stop 20
+  call pfget_int(pf, 'rate', ivalue)
+  if (ivalue /= 40) stop 21
+  call pfget_double(pf, 'sta{ANMO}{gain}', dvalue)
+  if (dvalue /= 1.5d9) stop 22
+  call pfget_boolean(pf, 'enabled', bvalue)
+  if (bvalue == 0) stop 23
+  call pfget_string(pf, 'chans[1]', svalue)
+  if (svalue /= 'BHN') stop 24
+  call pfput_int(pf, 'count', 7)
+  call pfput_double(pf, 'ratio', 0.25d0)
+  call pfput_boolean(pf, 'enabled', 0)
+  call pfput_string(pf, 'net', 'IU  ')
+  call pfget_int(pf, 'count', ivalue)
+  call pfget_double(pf, 'ratio', dvalue)
+  call pfget_boolean(pf, 'enabled', bvalue)
+  call pfget_string(pf, 'net', svalue)
+  if (ivalue /= 7 .or. dvalue /= 0.25d0 .or. bvalue /= 0 .or. svalue /= 'IU') stop 25
+  ! A tree made here and grafted in; pfget gives the type code.
+  call pfnew(3, sub)
+  call pfput_string(sub, 'k', 'v')
+  call pfput(pf, 'sub', sub)
+  call pfget(pf, 'sub', node, ptype)
+  if (ptype /= 3) stop 26
+  ! Names with an underscore reach the double-underscore aliases.
+  call pfget_int_(pf, 'rate', ivalue)
+  call pfget_string_(pf, 'sub{k}', svalue)
+  if (ivalue /= 40 .or. svalue /= 'v') stop 27
+  call pffree(pf)
+  if (pf /= 0) stop 28
+  call pfcompile('a 1' // nl // 'b &Tbl{' // nl // 'x' // nl // '}' // nl, pf, result)
+  call pfget_string(pf, 'b[0]', svalue)
+  if (result /= 0 .or. svalue /= 'x') stop 29
+  call pffree(pf)
 
   call get_command_argument(1, mode)
   if (mode == 'die') call die(flag, 'dying from fortran')

@@ -22,7 +22,9 @@ cc -std=c99 -pedantic -Wall -Werror $(pkg-config --cflags corvel) "$src/include/
 (cd "$out" && ./c_abi_test)
 gfortran -Wall "$src/include/fortran_abi_test.f90" -o "$out/fortran_abi_test" \
   -L"$prefix/lib" -lcorvel
-(cd "$out" && ./fortran_abi_test) 2>"$out/fortran.err"
+printf 'rate 40\nenabled yes\nchans &Tbl{\n  BHZ\n  BHN\n}\nsta &Arr{\n  ANMO &Arr{\n    gain 1.5e9\n  }\n}\n' \
+  >"$out/fortran_abi.pf"
+(cd "$out" && PFPATH=. ./fortran_abi_test) 2>"$out/fortran.err"
 grep -q "^fortran_abi_test: station offline$" "$out/fortran.err" &&
   grep -q "repeated 2 times" "$out/fortran.err" &&
   grep -q "^fortran_abi_test: complaint from fortran$" "$out/fortran.err" ||
