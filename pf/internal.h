@@ -37,6 +37,14 @@ inline long KeyIndex(const char *key) { return static_cast<long>(reinterpret_cas
 // A new string node holding a copy of text (none when text is null), its parent set.
 Pf *NewStringNode(const char *text, Pf *parent);
 
+// A new string node whose text, a copy of length bytes of text, lives in the node's own
+// allocation: the reader makes one for every value it reads, and one allocation is half the
+// cost of two. Such a text is never freed on its own; change a node's text with SetNodeText.
+Pf *NewInlineStringNode(const char *text, size_t length);
+// Replaces the text of a string node with owned_text (which the node takes over), freeing the
+// earlier text unless it lives in the node.
+void SetNodeText(Pf *pf, char *owned_text);
+
 }  // namespace pf
 }  // namespace corvel
 

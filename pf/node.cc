@@ -20,7 +20,9 @@ const char *const kTypeNames[] = {"scalar",    "scalar",  "table",      "array",
                                   "undefined", "invalid", "pf-function"};
 
 // The name of the file this thread reads; nodes made outside a read have none.
-thread_local const char *t_read_filename = "";
+// Initial-exec: every node the reader makes reads it, and the general model would make each
+// read a call.
+__attribute__((tls_model("initial-exec"))) thread_local const char *t_read_filename = "";
 
 // Every file name a node has ever carried: a set whose keys are the stable copies.
 pthread_mutex_t g_filenames_lock = PTHREAD_MUTEX_INITIALIZER;
@@ -33,6 +35,11 @@ Arr *NewArrOrDie(const char *what) {
 }
 
 void FreeNode(void *node) { pffree(static_cast<Pf *>(node)); }
+
+// A string node's text, unless it lives in the node's own allocation, is freed on its own.
+void FreeText(Pf *pf) {
+  if (pf->value.s != reinterpret_cast<char *>(pf + 1)) free(pf->value.s);
+}
 
 bool IsStringType(int type) {
   return type == PFEXEC_ERROR || type == PFSTRING || type == PFINVALID;
@@ -132,6 +139,24 @@ void SetCurrentReadFilename(const char *interned_name) {
 BusyScope::BusyScope() { __atomic_add_fetch(&Pf_busy, 1, __ATOMIC_RELAXED); }
 BusyScope::~BusyScope() { __atomic_sub_fetch(&Pf_busy, 1, __ATOMIC_RELAXED); }
 
+Pf *NewInlineStringNode(const char *text, size_t length) {
+  Pf *pf = static_cast<Pf *>(CV_MALLOC(sizeof(Pf) + length + 1, "pf"));
+  char *inline_text = reinterpret_cast<char *>(pf + 1);
+  memcpy(inline_text, text, length);
+  inline_text[length] = '\0';
+  pf->type = PFSTRING;
+  pf->value.s = inline_text;
+  pf->parent = nullptr;
+  pf->filename = CurrentReadFilename();
+  pf->expanded = nullptr;
+  return pf;
+}
+
+void SetNodeText(Pf *pf, char *owned_text) {
+  FreeText(pf);
+  pf->value.s = owned_text;
+}
+
 Pf *NewStringNode(const char *text, Pf *parent) {
   Pf *node = pfnew(PFSTRING);
   if (text != nullptr) node->value.s = CV_STRDUP(text, "pf->value.s");
@@ -175,7 +200,7 @@ void pffree(Pf *pf) {
     case PFEXEC_ERROR:
     case PFSTRING:
     case PFINVALID:
-      free(pf->value.s);
+      corvel::pf::FreeText(pf);
       break;
     case PFFILE:
     case PFARR:

@@ -395,9 +395,9 @@ int pfset(Pf *pf, const char *path, const char *string) {
   if (node == nullptr) return -1;
   if (node->type == PFSTRING || node->type == PFANY) {
     // A string, or a placeholder just made, takes the text in place.
-    if (node->type == PFSTRING) free(node->value.s);
+    if (node->type != PFSTRING) node->value.s = nullptr;
     node->type = PFSTRING;
-    node->value.s = string != nullptr ? CV_STRDUP(string, "pf->value.s") : nullptr;
+    SetNodeText(node, string != nullptr ? CV_STRDUP(string, "pf->value.s") : nullptr);
     free(node->expanded);
     node->expanded = nullptr;
     return 0;

@@ -71,14 +71,14 @@ class Scanner {
   Step ScanBracketLiteral(const char *p);
   Step ScanTerminatedLiteral(const char *p);
   Step ScanPlainValue(const char *p);
-  char *DecodeValue(const char *p, const char *q);
+  size_t DecodeValue(const char *p, const char *q);
   Step LiteralUnfinished();
 
   Step Open(int type);
   Step Close();
   void Undefine();
   void Store(Pf *node);
-  void StoreString(char *text);
+  void StoreString(const char *text, size_t length);
 
   TextSource *source_;
   const char *p_;  // the next character to scan; the source keeps the text from here on
@@ -156,7 +156,7 @@ ScanOutcome Scanner::Run() {
   while (step == Step::kGoOn && LoadLine()) step = in_value_ ? ScanValue() : ScanKey();
   if (step == Step::kGoOn && in_value_ && current_->type != PFTBL) {
     // The text ended right after a key: the end of the text ends its line too.
-    StoreString(NewString("", 0));
+    StoreString("", 0);
   }
   ScanOutcome outcome;
   outcome.stopped = step == Step::kStop;
@@ -239,7 +239,7 @@ Step Scanner::ScanBareKey(const char *p) {
     if (c == '#') {
       key_[n] = '\0';
       p_ = q;
-      StoreString(NewString("", 0));
+      StoreString("", 0);
       return SkipRestOfLine();
     }
     if (c == '\\' && q + 1 < word_end) {
@@ -265,14 +265,14 @@ Step Scanner::ScanValue() {
   p_ = p;
   if (p == line_end) {
     // A key at the end of its line, or a list line of nothing or blanks: an empty value.
-    StoreString(NewString("", 0));
+    StoreString("", 0);
     return SkipRestOfLine();
   }
   switch (*p) {
     case '#':
       // A comment after a key, or after blanks on a list line, stands for an empty value; a
       // list line with the comment in its first column adds nothing.
-      if (!at_line_start_ || current_->type != PFTBL) StoreString(NewString("", 0));
+      if (!at_line_start_ || current_->type != PFTBL) StoreString("", 0);
       return SkipRestOfLine();
     case '}': {
       Step step = Close();
@@ -366,7 +366,7 @@ Step Scanner::ScanBracketLiteral(const char *p) {
     if (close == nullptr && !More()) return LiteralUnfinished();
   }
   CountLines(p_, close);
-  StoreString(NewString(p_, static_cast<size_t>(close - p_)));
+  StoreString(p_, static_cast<size_t>(close - p_));
   p_ = close + 1;
   if (closer == '\n') {
     lineno_++;
@@ -406,7 +406,7 @@ Step Scanner::ScanTerminatedLiteral(const char *p) {
     if (!More()) return LiteralUnfinished();
   }
   CountLines(p_, found);
-  StoreString(NewString(p_, static_cast<size_t>(found - p_)));
+  StoreString(p_, static_cast<size_t>(found - p_));
   p_ = found + marker_length;
   LoadLine();
   return SkipRestOfLine();
@@ -417,17 +417,20 @@ Step Scanner::ScanTerminatedLiteral(const char *p) {
 Step Scanner::ScanPlainValue(const char *p) {
   bool ampersand = false;
   const char *q = FindValueSpecial(p, &ampersand);
-  char *text;
+  const char *text = p;
+  size_t length;
   if (q < line_end_ && *q == '\\') {
-    text = DecodeValue(p, q);
+    length = DecodeValue(p, q);
+    text = value_.data();
     ampersand = true;  // it may come from an escape
   } else {
     const char *e = q;
     while (e > p && IsBlank(e[-1])) e--;
-    text = NewString(p, static_cast<size_t>(e - p));
+    length = static_cast<size_t>(e - p);
   }
-  if (ampersand) ComplainOfOpeners(text);
-  StoreString(text);
+  Pf *node = NewInlineStringNode(text, length);
+  if (ampersand) ComplainOfOpeners(node->value.s);
+  Store(node);
   return SkipRestOfLine();
 }
 
@@ -444,8 +447,9 @@ const char *Scanner::FindValueSpecial(const char *p, bool *ampersand) const {
 
 // Decodes the value that begins at p and has its first backslash at q. A backslash before the
 // newline carries the value on to the next line. Blanks at the end are dropped, but escaped
-// characters are kept. Leaves p_ on the value's last line.
-char *Scanner::DecodeValue(const char *p, const char *q) {
+// characters are kept. Leaves p_ on the value's last line, and the value in value_; returns
+// its length.
+size_t Scanner::DecodeValue(const char *p, const char *q) {
   value_.Clear();
   size_t kept = 0;
   for (;;) {
@@ -474,7 +478,7 @@ char *Scanner::DecodeValue(const char *p, const char *q) {
     q = FindValueSpecial(p, &ampersand);
   }
   p_ = q;
-  return NewString(value_.data(), kept);
+  return kept;
 }
 
 Step Scanner::Open(int type) {
@@ -526,10 +530,8 @@ void Scanner::Store(Pf *node) {
   in_value_ = false;
 }
 
-void Scanner::StoreString(char *text) {
-  Pf *node = pfnew(PFSTRING);
-  node->value.s = text;
-  Store(node);
+void Scanner::StoreString(const char *text, size_t length) {
+  Store(NewInlineStringNode(text, length));
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <limits.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "corvel/elog.h"
@@ -49,6 +50,14 @@ bool Readable(const char *path) { return access(path, R_OK) == 0; }
 int ReadFileInto(const char *path, Pf **pf) {
   int fd = open(path, O_RDONLY | O_CLOEXEC);
   if (fd < 0) return kCannotOpen;
+  // A directory of the file's name opens, but holds no text: it is passed over like a file
+  // that cannot be opened.
+  struct stat status;
+  if (fstat(fd, &status) == 0 && S_ISDIR(status.st_mode)) {
+    close(fd);
+    errno = EISDIR;
+    return kCannotOpen;
+  }
   setpffilename(InternFilename(path));
   int result = pfinfd(fd, pf);
   close(fd);

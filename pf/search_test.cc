@@ -127,6 +127,12 @@ TEST_F(PfSearchTest, EmptyMissingAndBrokenFiles) {
   EXPECT_EQ(pfread("empty", &pf), -1);
   EXPECT_EQ(pf, nullptr);
   EXPECT_EQ(pfread("absent", &pf), -1);
+  mkdir(Path("a/dir.pf").c_str(), 0755);  // a directory of the name is passed over
+  Write("b/dir.pf", "k v\n");
+  ASSERT_EQ(pfread("dir", &pf), 0);
+  EXPECT_STREQ(Value(pf, "k"), "v");
+  pffree(pf);
+  EXPECT_EQ(Take(elog_string(0)), "");
   // Each bad file counts -2; what was read stays.
   ASSERT_EQ(pfread("broken", &pf), -2);
   EXPECT_STREQ(Value(pf, "kept"), "1");
