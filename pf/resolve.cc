@@ -36,7 +36,8 @@ struct Token {
 struct NameEnds {
   bool table[256];
   constexpr NameEnds() : table() {
-    table[0] = table['['] = table[']'] = table['{'] = table['}'] = true;
+    for (const char *c = "[]{}"; *c != '\0'; c++) table[static_cast<unsigned char>(*c)] = true;
+    table[0] = true;
   }
 };
 constexpr NameEnds kNameEnds;
