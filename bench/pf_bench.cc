@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <vector>
 
 #include "bench/ratio_reporter.h"
 #include "corvel/pf.h"
@@ -44,9 +45,8 @@ const Texts &Generated() {
                "    name   Station\\ %d\\, vault \\#%d   # where it stands\n",
                30 + s * 0.01, -106 + s * 0.02, 1500.0 + s, s, s % 7);
       t->pf += line;
-      snprintf(line, sizeof line,
-               "lat=%.4f\nlon=%.4f\nelev=%.1f\nname=Station %d, vault #%d\n", 30 + s * 0.01,
-               -106 + s * 0.02, 1500.0 + s, s, s % 7);
+      snprintf(line, sizeof line, "lat=%.4f\nlon=%.4f\nelev=%.1f\nname=Station %d, vault #%d\n",
+               30 + s * 0.01, -106 + s * 0.02, 1500.0 + s, s, s % 7);
       t->keyfile += line;
       t->keys += 4;
       t->pf += "    chan &Arr{\n";
@@ -88,8 +88,7 @@ const Texts &Generated() {
       t->keys += 1;
       for (int k = 0; k < 13; k++) {
         snprintf(line, sizeof line,
-                 "    parameter_%02d    value %d of station %d, as set at installation\n", k, k,
-                 s);
+                 "    parameter_%02d    value %d of station %d, as set at installation\n", k, k, s);
         t->pf += line;
         snprintf(line, sizeof line,
                  "parameter_%02d=value %d of station %d, as set at installation\n", k, k, s);
@@ -113,7 +112,7 @@ void BM_Pfcompile(benchmark::State &state) {
   state.counters["bytes"] = static_cast<double>(texts.pf.size());
   state.counters["keys"] = texts.keys;
 }
-BENCHMARK(BM_Pfcompile)->Unit(benchmark::kMillisecond)->Repetitions(5)->ReportAggregatesOnly();
+BENCHMARK(BM_Pfcompile)->Unit(benchmark::kMillisecond)->Repetitions(9)->ReportAggregatesOnly();
 
 // Reading alone: releasing the tree (or the key file) is left out of the time.
 void BM_PfcompileOnly(benchmark::State &state) {
@@ -126,28 +125,28 @@ void BM_PfcompileOnly(benchmark::State &state) {
     state.ResumeTiming();
   }
 }
-BENCHMARK(BM_PfcompileOnly)->Unit(benchmark::kMillisecond)->Repetitions(5)->ReportAggregatesOnly();
+BENCHMARK(BM_PfcompileOnly)->Unit(benchmark::kMillisecond)->Repetitions(9)->ReportAggregatesOnly();
 
 void BM_GKeyFileLoad(benchmark::State &state) {
   const Texts &texts = Generated();
   for (auto _ : state) {
     GKeyFile *kf = g_key_file_new();
-    if (!g_key_file_load_from_data(kf, texts.keyfile.c_str(), texts.keyfile.size(),
-                                   G_KEY_FILE_NONE, nullptr)) {
+    if (!g_key_file_load_from_data(kf, texts.keyfile.c_str(), texts.keyfile.size(), G_KEY_FILE_NONE,
+                                   nullptr)) {
       state.SkipWithError("g_key_file_load_from_data failed");
     }
     g_key_file_free(kf);
   }
   state.counters["bytes"] = static_cast<double>(texts.keyfile.size());
 }
-BENCHMARK(BM_GKeyFileLoad)->Unit(benchmark::kMillisecond)->Repetitions(5)->ReportAggregatesOnly();
+BENCHMARK(BM_GKeyFileLoad)->Unit(benchmark::kMillisecond)->Repetitions(9)->ReportAggregatesOnly();
 
 void BM_GKeyFileLoadOnly(benchmark::State &state) {
   const Texts &texts = Generated();
   for (auto _ : state) {
     GKeyFile *kf = g_key_file_new();
-    if (!g_key_file_load_from_data(kf, texts.keyfile.c_str(), texts.keyfile.size(),
-                                   G_KEY_FILE_NONE, nullptr)) {
+    if (!g_key_file_load_from_data(kf, texts.keyfile.c_str(), texts.keyfile.size(), G_KEY_FILE_NONE,
+                                   nullptr)) {
       state.SkipWithError("g_key_file_load_from_data failed");
     }
     state.PauseTiming();
@@ -157,7 +156,45 @@ void BM_GKeyFileLoadOnly(benchmark::State &state) {
 }
 BENCHMARK(BM_GKeyFileLoadOnly)
     ->Unit(benchmark::kMillisecond)
-    ->Repetitions(5)
+    ->Repetitions(9)
+    ->ReportAggregatesOnly();
+
+// Reading as a program does at start: every tree (and key file) read is kept until the
+// repetition ends, so each read allocates from fresh memory rather than from what the last
+// release left behind.
+void BM_PfcompileKept(benchmark::State &state) {
+  const Texts &texts = Generated();
+  std::vector<Pf *> kept;
+  for (auto _ : state) {
+    Pf *pf = nullptr;
+    if (pfcompile(texts.pf.c_str(), &pf) != 0) state.SkipWithError("pfcompile failed");
+    kept.push_back(pf);
+  }
+  for (Pf *pf : kept) pffree(pf);
+}
+BENCHMARK(BM_PfcompileKept)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(20)
+    ->Repetitions(9)
+    ->ReportAggregatesOnly();
+
+void BM_GKeyFileLoadKept(benchmark::State &state) {
+  const Texts &texts = Generated();
+  std::vector<GKeyFile *> kept;
+  for (auto _ : state) {
+    GKeyFile *kf = g_key_file_new();
+    if (!g_key_file_load_from_data(kf, texts.keyfile.c_str(), texts.keyfile.size(), G_KEY_FILE_NONE,
+                                   nullptr)) {
+      state.SkipWithError("g_key_file_load_from_data failed");
+    }
+    kept.push_back(kf);
+  }
+  for (GKeyFile *kf : kept) g_key_file_free(kf);
+}
+BENCHMARK(BM_GKeyFileLoadKept)
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(20)
+    ->Repetitions(9)
     ->ReportAggregatesOnly();
 
 void BM_PfgetString(benchmark::State &state) {
@@ -170,7 +207,7 @@ void BM_PfgetString(benchmark::State &state) {
   if (strcmp(pfget_string(pf, "a{b}[3]"), "v3") != 0) state.SkipWithError("wrong value");
   pffree(pf);
 }
-BENCHMARK(BM_PfgetString)->Repetitions(5)->ReportAggregatesOnly();
+BENCHMARK(BM_PfgetString)->Repetitions(9)->ReportAggregatesOnly();
 
 // GLib's getter returns a new copy of the value; the list form splits and copies every entry.
 void BM_GKeyFileGetString(benchmark::State &state) {
@@ -185,7 +222,7 @@ void BM_GKeyFileGetString(benchmark::State &state) {
   }
   g_key_file_free(kf);
 }
-BENCHMARK(BM_GKeyFileGetString)->Repetitions(5)->ReportAggregatesOnly();
+BENCHMARK(BM_GKeyFileGetString)->Repetitions(9)->ReportAggregatesOnly();
 
 void BM_GKeyFileGetStringList(benchmark::State &state) {
   GKeyFile *kf = g_key_file_new();
@@ -200,7 +237,7 @@ void BM_GKeyFileGetStringList(benchmark::State &state) {
   }
   g_key_file_free(kf);
 }
-BENCHMARK(BM_GKeyFileGetStringList)->Repetitions(5)->ReportAggregatesOnly();
+BENCHMARK(BM_GKeyFileGetStringList)->Repetitions(9)->ReportAggregatesOnly();
 
 // getPf of a name already cached: one locked lookup.
 void BM_GetPfCached(benchmark::State &state) {
@@ -219,16 +256,23 @@ void BM_GetPfCached(benchmark::State &state) {
   unlink(path.c_str());
   rmdir(dir);
 }
-BENCHMARK(BM_GetPfCached)->Repetitions(5)->ReportAggregatesOnly();
+BENCHMARK(BM_GetPfCached)->Repetitions(9)->ReportAggregatesOnly();
 
 }  // namespace
 
 int main(int argc, char **argv) {
+  // The repetitions of all benchmarks run in a random order, so that a stretch of a busy
+  // machine falls on both sides of a ratio alike.
+  std::vector<char *> args(argv, argv + argc);
+  char interleave[] = "--benchmark_enable_random_interleaving=true";
+  args.insert(args.begin() + 1, interleave);
+  int count = static_cast<int>(args.size());
   return corvel_bench::RunWithRatios(
-      argc, argv,
+      count, args.data(),
       {{"pfcompile+pffree 1 MB / load+g_key_file_free", "BM_Pfcompile", "BM_GKeyFileLoad"},
        {"pfcompile 1 MB / g_key_file_load_from_data", "BM_PfcompileOnly", "BM_GKeyFileLoadOnly"},
+       {"pfcompile 1 MB / load, each into fresh memory", "BM_PfcompileKept", "BM_GKeyFileLoadKept"},
        {"pfget_string a{b}[3] / g_key_file_get_string", "BM_PfgetString", "BM_GKeyFileGetString"},
-       {"pfget_string a{b}[3] / g_key_file_get_string_list",
-        "BM_PfgetString", "BM_GKeyFileGetStringList"}});
+       {"pfget_string a{b}[3] / g_key_file_get_string_list", "BM_PfgetString",
+        "BM_GKeyFileGetStringList"}});
 }
