@@ -102,13 +102,25 @@ const Texts &Generated() {
   return *texts;
 }
 
+Pf *Compile(benchmark::State &state) {
+  Pf *pf = nullptr;
+  if (pfcompile(Generated().pf.c_str(), &pf) != 0) state.SkipWithError("pfcompile failed");
+  return pf;
+}
+
+GKeyFile *Load(benchmark::State &state) {
+  const Texts &texts = Generated();
+  GKeyFile *kf = g_key_file_new();
+  if (!g_key_file_load_from_data(kf, texts.keyfile.c_str(), texts.keyfile.size(), G_KEY_FILE_NONE,
+                                 nullptr)) {
+    state.SkipWithError("g_key_file_load_from_data failed");
+  }
+  return kf;
+}
+
 void BM_Pfcompile(benchmark::State &state) {
   const Texts &texts = Generated();
-  for (auto _ : state) {
-    Pf *pf = nullptr;
-    if (pfcompile(texts.pf.c_str(), &pf) != 0) state.SkipWithError("pfcompile failed");
-    pffree(pf);
-  }
+  for (auto _ : state) pffree(Compile(state));
   state.counters["bytes"] = static_cast<double>(texts.pf.size());
   state.counters["keys"] = texts.keys;
 }
@@ -116,10 +128,8 @@ BENCHMARK(BM_Pfcompile)->Unit(benchmark::kMillisecond)->Repetitions(9)->ReportAg
 
 // Reading alone: releasing the tree (or the key file) is left out of the time.
 void BM_PfcompileOnly(benchmark::State &state) {
-  const Texts &texts = Generated();
   for (auto _ : state) {
-    Pf *pf = nullptr;
-    if (pfcompile(texts.pf.c_str(), &pf) != 0) state.SkipWithError("pfcompile failed");
+    Pf *pf = Compile(state);
     state.PauseTiming();
     pffree(pf);
     state.ResumeTiming();
@@ -129,26 +139,14 @@ BENCHMARK(BM_PfcompileOnly)->Unit(benchmark::kMillisecond)->Repetitions(9)->Repo
 
 void BM_GKeyFileLoad(benchmark::State &state) {
   const Texts &texts = Generated();
-  for (auto _ : state) {
-    GKeyFile *kf = g_key_file_new();
-    if (!g_key_file_load_from_data(kf, texts.keyfile.c_str(), texts.keyfile.size(), G_KEY_FILE_NONE,
-                                   nullptr)) {
-      state.SkipWithError("g_key_file_load_from_data failed");
-    }
-    g_key_file_free(kf);
-  }
+  for (auto _ : state) g_key_file_free(Load(state));
   state.counters["bytes"] = static_cast<double>(texts.keyfile.size());
 }
 BENCHMARK(BM_GKeyFileLoad)->Unit(benchmark::kMillisecond)->Repetitions(9)->ReportAggregatesOnly();
 
 void BM_GKeyFileLoadOnly(benchmark::State &state) {
-  const Texts &texts = Generated();
   for (auto _ : state) {
-    GKeyFile *kf = g_key_file_new();
-    if (!g_key_file_load_from_data(kf, texts.keyfile.c_str(), texts.keyfile.size(), G_KEY_FILE_NONE,
-                                   nullptr)) {
-      state.SkipWithError("g_key_file_load_from_data failed");
-    }
+    GKeyFile *kf = Load(state);
     state.PauseTiming();
     g_key_file_free(kf);
     state.ResumeTiming();
@@ -163,13 +161,8 @@ BENCHMARK(BM_GKeyFileLoadOnly)
 // repetition ends, so each read allocates from fresh memory rather than from what the last
 // release left behind.
 void BM_PfcompileKept(benchmark::State &state) {
-  const Texts &texts = Generated();
   std::vector<Pf *> kept;
-  for (auto _ : state) {
-    Pf *pf = nullptr;
-    if (pfcompile(texts.pf.c_str(), &pf) != 0) state.SkipWithError("pfcompile failed");
-    kept.push_back(pf);
-  }
+  for (auto _ : state) kept.push_back(Compile(state));
   for (Pf *pf : kept) pffree(pf);
 }
 BENCHMARK(BM_PfcompileKept)
@@ -179,16 +172,8 @@ BENCHMARK(BM_PfcompileKept)
     ->ReportAggregatesOnly();
 
 void BM_GKeyFileLoadKept(benchmark::State &state) {
-  const Texts &texts = Generated();
   std::vector<GKeyFile *> kept;
-  for (auto _ : state) {
-    GKeyFile *kf = g_key_file_new();
-    if (!g_key_file_load_from_data(kf, texts.keyfile.c_str(), texts.keyfile.size(), G_KEY_FILE_NONE,
-                                   nullptr)) {
-      state.SkipWithError("g_key_file_load_from_data failed");
-    }
-    kept.push_back(kf);
-  }
+  for (auto _ : state) kept.push_back(Load(state));
   for (GKeyFile *kf : kept) g_key_file_free(kf);
 }
 BENCHMARK(BM_GKeyFileLoadKept)
@@ -198,8 +183,7 @@ BENCHMARK(BM_GKeyFileLoadKept)
     ->ReportAggregatesOnly();
 
 void BM_PfgetString(benchmark::State &state) {
-  Pf *pf = nullptr;
-  pfcompile(Generated().pf.c_str(), &pf);
+  Pf *pf = Compile(state);
   for (auto _ : state) {
     const char *value = pfget_string(pf, "a{b}[3]");
     benchmark::DoNotOptimize(value);
@@ -211,10 +195,7 @@ BENCHMARK(BM_PfgetString)->Repetitions(9)->ReportAggregatesOnly();
 
 // GLib's getter returns a new copy of the value; the list form splits and copies every entry.
 void BM_GKeyFileGetString(benchmark::State &state) {
-  GKeyFile *kf = g_key_file_new();
-  const Texts &texts = Generated();
-  g_key_file_load_from_data(kf, texts.keyfile.c_str(), texts.keyfile.size(), G_KEY_FILE_NONE,
-                            nullptr);
+  GKeyFile *kf = Load(state);
   for (auto _ : state) {
     gchar *value = g_key_file_get_string(kf, "a", "b3", nullptr);
     benchmark::DoNotOptimize(value);
@@ -225,10 +206,7 @@ void BM_GKeyFileGetString(benchmark::State &state) {
 BENCHMARK(BM_GKeyFileGetString)->Repetitions(9)->ReportAggregatesOnly();
 
 void BM_GKeyFileGetStringList(benchmark::State &state) {
-  GKeyFile *kf = g_key_file_new();
-  const Texts &texts = Generated();
-  g_key_file_load_from_data(kf, texts.keyfile.c_str(), texts.keyfile.size(), G_KEY_FILE_NONE,
-                            nullptr);
+  GKeyFile *kf = Load(state);
   for (auto _ : state) {
     gsize n = 0;
     gchar **values = g_key_file_get_string_list(kf, "a", "b", &n, nullptr);

@@ -140,32 +140,34 @@ char *pfget_string(Pf *pf, const char *key) {
   return const_cast<char *>(text);
 }
 
-long pfget_int(Pf *pf, const char *key) {
-  long result = 0;
+namespace {
+
+// A number read by convert from the string at key; text that does not convert whole is
+// complained about ("Bad <what> value"), and what was read of it is the result.
+template <typename Number, typename Convert>
+Number GetNumber(Pf *pf, const char *key, const char *what, Convert convert) {
+  Number result = 0;
   const char *text;
   if (!FindString(pf, key, Missing::kDie, &result, &text)) return result;
   if (text == nullptr) text = "";
   char *end;
-  result = strtol(text, &end, 0);
+  result = convert(text, &end);
   if (!Converted(text, end)) {
     char buffer[32];
-    elog_log(0, "Bad integer value '%s' for %s", text, KeyText(pf, key, buffer));
+    elog_log(0, "Bad %s value '%s' for %s", what, text, KeyText(pf, key, buffer));
   }
   return result;
 }
 
+}  // namespace
+
+long pfget_int(Pf *pf, const char *key) {
+  return GetNumber<long>(pf, key, "integer",
+                         [](const char *text, char **end) { return strtol(text, end, 0); });
+}
+
 double pfget_double(Pf *pf, const char *key) {
-  double result = 0;
-  const char *text;
-  if (!FindString(pf, key, Missing::kDie, &result, &text)) return result;
-  if (text == nullptr) text = "";
-  char *end;
-  result = corvel::text::StrtodC(text, &end);
-  if (!Converted(text, end)) {
-    char buffer[32];
-    elog_log(0, "Bad floating point value '%s' for %s", text, KeyText(pf, key, buffer));
-  }
-  return result;
+  return GetNumber<double>(pf, key, "floating point", corvel::text::StrtodC);
 }
 
 int pfget_boolean(Pf *pf, const char *key) {
