@@ -34,6 +34,10 @@ class BusyScope {
 // The key as a list index, for functions whose key names an index in a list.
 inline long KeyIndex(const char *key) { return static_cast<long>(reinterpret_cast<intptr_t>(key)); }
 
+// A new node of the type with no value yet, its file name the one being read, and extra bytes
+// of room after it; pfnew then gives containers their empty value.
+Pf *NewBareNode(int type, size_t extra);
+
 // A new string node holding a copy of text (none when text is null), its parent set.
 Pf *NewStringNode(const char *text, Pf *parent);
 

@@ -10,6 +10,7 @@
 #include "corvel/elog.h"
 #include "corvel/pf.h"
 #include "pf/internal.h"
+#include "pf/test_dir.h"
 
 // The program's own functions: &twice(x) yields xx, &chain(n) yields &chain(n-1) down to
 // &chain(0), which yields "end"; anything else is unknown.
@@ -40,12 +41,10 @@ char *AnswerPrompt(const char *prompt) {
 
 // Each test works in a fresh directory of its own, and evaluates functions put into one
 // file whose string "word" holds "hello".
-class PfInterpretTest : public ::testing::Test {
+class PfInterpretTest : public corvel::pf::TempDirTest {
  protected:
   void SetUp() override {
-    char pattern[] = "/tmp/pf_interpret_test.XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    root_ = pattern;
+    TempDirTest::SetUp();
     setenv("PFPATH", root_.c_str(), 1);
     tree_ = pfnew(PFFILE);
     pfput_string(tree_, "word", "hello");
@@ -53,14 +52,7 @@ class PfInterpretTest : public ::testing::Test {
   }
   void TearDown() override {
     pffree(tree_);
-    ASSERT_EQ(system(("rm -rf '" + root_ + "'").c_str()), 0);
-  }
-  std::string Path(const std::string &name) const { return root_ + "/" + name; }
-  void Write(const std::string &name, const std::string &text) const {
-    FILE *f = fopen(Path(name).c_str(), "w");
-    ASSERT_NE(f, nullptr);
-    fputs(text.c_str(), f);
-    fclose(f);
+    TempDirTest::TearDown();
   }
   // Evaluates the function text as if read from the file defined_in.
   Pf *Eval(const char *text, const std::string &defined_in = "") {
@@ -75,7 +67,6 @@ class PfInterpretTest : public ::testing::Test {
     if (result == nullptr) return "(nothing)";
     return result->value.s != nullptr ? result->value.s : "(null)";
   }
-  std::string root_;
   Pf *tree_ = nullptr;
 };
 

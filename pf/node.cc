@@ -139,16 +139,22 @@ void SetCurrentReadFilename(const char *interned_name) {
 BusyScope::BusyScope() { __atomic_add_fetch(&Pf_busy, 1, __ATOMIC_RELAXED); }
 BusyScope::~BusyScope() { __atomic_sub_fetch(&Pf_busy, 1, __ATOMIC_RELAXED); }
 
-Pf *NewInlineStringNode(const char *text, size_t length) {
-  Pf *pf = static_cast<Pf *>(CV_MALLOC(sizeof(Pf) + length + 1, "pf"));
-  char *inline_text = reinterpret_cast<char *>(pf + 1);
-  memcpy(inline_text, text, length);
-  inline_text[length] = '\0';
-  pf->type = PFSTRING;
-  pf->value.s = inline_text;
+Pf *NewBareNode(int type, size_t extra) {
+  Pf *pf = static_cast<Pf *>(CV_MALLOC(sizeof(Pf) + extra, "pf"));
+  pf->type = type;
+  pf->value.s = nullptr;
   pf->parent = nullptr;
   pf->filename = CurrentReadFilename();
   pf->expanded = nullptr;
+  return pf;
+}
+
+Pf *NewInlineStringNode(const char *text, size_t length) {
+  Pf *pf = NewBareNode(PFSTRING, length + 1);
+  char *inline_text = reinterpret_cast<char *>(pf + 1);
+  memcpy(inline_text, text, length);
+  inline_text[length] = '\0';
+  pf->value.s = inline_text;
   return pf;
 }
 
@@ -170,12 +176,7 @@ Pf *NewStringNode(const char *text, Pf *parent) {
 using corvel::pf::FreeNode;
 
 Pf *pfnew(int type) {
-  Pf *pf = static_cast<Pf *>(CV_MALLOC(sizeof(Pf), "pf"));
-  pf->type = type;
-  pf->value.s = nullptr;
-  pf->parent = nullptr;
-  pf->filename = corvel::pf::CurrentReadFilename();
-  pf->expanded = nullptr;
+  Pf *pf = corvel::pf::NewBareNode(type, 0);
   switch (type) {
     case PFFILE:
     case PFARR:

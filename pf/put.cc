@@ -16,17 +16,6 @@ namespace corvel {
 namespace pf {
 namespace {
 
-// A node around a value made elsewhere: no empty container is made only to be replaced.
-Pf *Wrap(int type) {
-  Pf *node = static_cast<Pf *>(CV_MALLOC(sizeof(Pf), "pf"));
-  node->type = type;
-  node->value.s = nullptr;
-  node->parent = nullptr;
-  node->filename = CurrentReadFilename();
-  node->expanded = nullptr;
-  return node;
-}
-
 void AdoptArrayChild(char *key, void *value, void *parent) {
   if (value != nullptr) static_cast<Pf *>(value)->parent = static_cast<Pf *>(parent);
 }
@@ -90,13 +79,13 @@ void pfput(Pf *pf, const char *key, void *value, int type) {
   switch (type) {
     case PFFILE:
     case PFARR:
-      node = Wrap(type);
+      node = NewBareNode(type, 0);  // the value is the caller's, not a new one
       node->value.arr = static_cast<Arr *>(value);
       if (node->value.arr == nullptr) node->value.arr = newarr(nullptr);
       AdoptChildren(node);
       break;
     case PFTBL:
-      node = Wrap(type);
+      node = NewBareNode(type, 0);  // the value is the caller's, not a new one
       node->value.tbl = value != nullptr ? static_cast<Tbl *>(value) : newtbl(0);
       AdoptChildren(node);
       break;

@@ -10,6 +10,7 @@
 #include "corvel/elog.h"
 #include "corvel/files.h"
 #include "corvel/pf.h"
+#include "pf/test_dir.h"
 
 namespace {
 
@@ -32,27 +33,14 @@ const char *Value(Pf *pf, const char *key) {
 }
 
 // Each test works in fresh directories "a" and "b" of its own, with PFPATH unset.
-class PfSearchTest : public ::testing::Test {
+class PfSearchTest : public corvel::pf::TempDirTest {
  protected:
   void SetUp() override {
-    char pattern[] = "/tmp/pf_search_test.XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    root_ = pattern;
+    TempDirTest::SetUp();
     mkdir(Path("a").c_str(), 0755);
     mkdir(Path("b").c_str(), 0755);
     unsetenv("PFPATH");
     elog_clear();
-  }
-  void TearDown() override {
-    ASSERT_EQ(chdir("/"), 0);
-    ASSERT_EQ(system(("rm -rf '" + root_ + "'").c_str()), 0);
-  }
-  std::string Path(const std::string &name) const { return root_ + "/" + name; }
-  void Write(const std::string &name, const std::string &text) const {
-    FILE *f = fopen(Path(name).c_str(), "w");
-    ASSERT_NE(f, nullptr);
-    fputs(text.c_str(), f);
-    fclose(f);
   }
   // Sets a file's modification time to a whole second of our choosing.
   void SetTime(const std::string &name, long seconds) const {
@@ -60,7 +48,6 @@ class PfSearchTest : public ::testing::Test {
     ASSERT_EQ(utimes(Path(name).c_str(), times), 0);
   }
   void UsePath(const std::string &path) const { setenv("PFPATH", path.c_str(), 1); }
-  std::string root_;
 };
 
 TEST_F(PfSearchTest, MergesAlongThePathLaterFilesWinningWholeValues) {
