@@ -80,6 +80,11 @@ int main(int argc, char **argv) {
     bands = pfget_tbl(pf, "sta{ANMO}");
     check(maxtbl(bands) == 2, "pfget_tbl");
     freetbl(bands, NULL);
+    s = pf2string(pf);
+    check(strcmp(s, "net\tIU\nnew\t&Arr{\nlist\t&Tbl{\nx\n}\n}\nrate\t40\n"
+                    "sta\t&Arr{\nANMO\t&Tbl{\nBHZ\nBHN\n}\n}\n") == 0,
+          "pf2string");
+    free(s);
     pffree(pf);
   }
 

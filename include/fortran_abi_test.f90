@@ -80,6 +80,13 @@ program fortran_abi_test
   call pfget_int_(pf, 'rate', ivalue)
   call pfget_string_(pf, 'sub{k}', svalue)
   if (ivalue /= 40 .or. svalue /= 'v') stop 27
+  ! Written out and read back through the search path.
+  call pfwrite(pf, 'fortran_out.pf  ', result)
+  if (result /= 0) stop 30
+  call pffree(pf)
+  call pfread('fortran_out', pf, result)
+  call pfget_string(pf, 'sub{k}', svalue)
+  if (result /= 0 .or. svalue /= 'v') stop 31
   call pffree(pf)
   if (pf /= 0) stop 28
   call pfcompile('a 1' // nl // 'b &Tbl{' // nl // 'x' // nl // '}' // nl, pf, result)

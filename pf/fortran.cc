@@ -114,6 +114,11 @@ void pfput_tbl_(Pf **pf, const char *key, Tbl **value, size_t keylen) {
   pfput_tbl(*pf, k.get(), *value);
 }
 
+void pfwrite_(Pf **pf, const char *path, int *result, size_t pathlen) {
+  Text p(path, pathlen);
+  *result = pfwrite(p.get(), *pf);
+}
+
 // For compilers that append two underscores.
 void pfget_string__(Pf **pf, const char *key, char *value, size_t keylen, size_t valuelen) {
   pfget_string_(pf, key, value, keylen, valuelen);

@@ -6,6 +6,7 @@
 
 #include "corvel/elog.h"
 #include "corvel/pf.h"
+#include "pf/test_tree.h"
 
 namespace {
 
@@ -20,33 +21,13 @@ Pf *Child(Pf *pf, const char *key) {
                                              : getarr(pf->value.arr, key));
 }
 
-// A random tree of arrays, lists, strings and functions, a few levels deep.
-Pf *RandomTree(std::mt19937 &random, int depth) {
-  Pf *pf = pfnew(depth == 0 ? PFFILE : random() % 2 ? PFARR : PFTBL);
-  int n = 1 + random() % 5;
-  for (int i = 0; i < n; i++) {
-    std::string key = "k" + std::to_string(random() % 50);
-    std::string text = "value " + std::to_string(random());
-    const char *where = pf->type == PFTBL ? PF_INDEX(i) : key.c_str();
-    switch (depth < 3 ? random() % 4 : random() % 2) {
-      case 0:
-        pfput_string(pf, where, text.c_str());
-        break;
-      case 1:
-        pfput(pf, where, const_cast<char *>("&env(HOME)"), PFFCT);
-        break;
-      default:
-        pfput(pf, where, RandomTree(random, depth + 1), PFPF);
-        break;
-    }
-  }
-  return pf;
-}
+std::string NumberedKey(std::mt19937 &random) { return "k" + std::to_string(random() % 50); }
+std::string NumberedValue(std::mt19937 &random) { return "value " + std::to_string(random()); }
 
 TEST(PfNode, CopiesCompareEqualAndEveryChangeIsSeen) {
   std::mt19937 random(11);
   for (int round = 0; round < 50; round++) {
-    Pf *tree = RandomTree(random, 0);
+    Pf *tree = corvel::pf::RandomTree(random, 0, NumberedKey, NumberedValue);
     Pf *copy = pfdup(tree);
     EXPECT_EQ(pfcmp(tree, copy), 0);
     pfput_string(copy, "k0", "changed");

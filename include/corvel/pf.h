@@ -149,6 +149,19 @@ CORVEL_API void setpffilename(const char *name);
 /* Nonzero: every replaced key is reported on the standard error stream. */
 CORVEL_API extern int Pf_show_replacements;
 
+/* The writer: the tree as parameter-file text, each string in the plainest form that reads
+ * back to the same value. pfout writes four blanks per level of nesting and returns 0, or -1 for
+ * a null tree or value; pfwrite creates or truncates path and writes with pfout (-1 with a
+ * logged message when path cannot be opened or closed); pf2string returns the compact form (no
+ * indentation) as a new string. str2pf returns, as a new string, the form in which one string
+ * value is written; pfescape_special_chars returns text with a backslash before each newline,
+ * '#' and backslash, and before each '}' that closes no '{'. */
+CORVEL_API int pfout(FILE *stream, Pf *pf);
+CORVEL_API int pfwrite(const char *path, Pf *pf);
+CORVEL_API char *pf2string(Pf *pf);
+CORVEL_API char *str2pf(const char *string);
+CORVEL_API char *pfescape_special_chars(const char *string);
+
 /* The search path, merging, change detection and the cache. */
 CORVEL_API Tbl *pffiles(const char *name, int all);
 CORVEL_API int pfread(const char *name, Pf **pf);
@@ -198,6 +211,7 @@ CORVEL_API void pfput_string_(Pf **pf, const char *key, const char *value, size_
                               size_t valuelen);
 CORVEL_API void pfput_arr_(Pf **pf, const char *key, Arr **value, size_t keylen);
 CORVEL_API void pfput_tbl_(Pf **pf, const char *key, Tbl **value, size_t keylen);
+CORVEL_API void pfwrite_(Pf **pf, const char *path, int *result, size_t pathlen);
 CORVEL_API void pfget_string__(Pf **pf, const char *key, char *value, size_t keylen,
                                size_t valuelen);
 CORVEL_API void pfget_int__(Pf **pf, const char *key, int *value, size_t keylen);
