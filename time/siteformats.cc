@@ -5,6 +5,9 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "corvel/elog.h"
+#include "corvel/pf.h"
+#include "corvel/text.h"
 #include "corvel/time.h"
 #include "elog/oom.h"
 #include "time/format.h"
@@ -76,19 +79,64 @@ void Install(const SiteFormats &formats) {
   Month_first = formats.month_first;
 }
 
+constexpr char kSiteFile[] = "time_formats.pf";
+
+// The text of a string entry, or null when the path names nothing or something other than a
+// string. The kind is checked first so that the getters' die handler, which a program may have
+// replaced, never answers for the site file: a missing or unusable format gets our own message.
+const char *SiteString(Pf *pf, const char *key) {
+  Pf *node;
+  if (pfresolve(pf, key, 0, &node) != PFSTRING) return nullptr;
+  return pfget_string(pf, key);
+}
+
+// The path of an entry: the name itself at the top level, "L{name}" in the table L.
+char *EntryKey(const char *table, const char *name) {
+  return table == nullptr ? CV_STRDUP(name, "key") : strconcat(table, "{", name, "}", nullptr);
+}
+
+// A format the file must give, copied: the settings outlive the tree.
+const char *RequiredFormat(Pf *pf, const char *table, const char *name) {
+  char *key = EntryKey(table, name);
+  const char *text = SiteString(pf, key);
+  if (text == nullptr) {
+    // At the top level a missing "uydtime" is reported as 'ydtime': the messages are part of
+    // the interface and stay exactly so.
+    const char *shown = table != nullptr ? key : strcmp(name, "uydtime") == 0 ? "ydtime" : name;
+    elog_die(0, "Could not read '%s' from %s", shown, kSiteFile);
+  }
+  free(key);
+  return CV_STRDUP(text, "format");
+}
+
+// A missing or non-string "month_first" means day first, without a message.
+int MonthFirst(Pf *pf, const char *table) {
+  char *key = EntryKey(table, "month_first");
+  int month_first = SiteString(pf, key) != nullptr && pfget_boolean(pf, key) != 0;
+  free(key);
+  return month_first;
+}
+
 }  // namespace
 
-// The parameter-file reader is not part of the library yet, so no site file is ever found.
-// When it is, this reads "time_formats.pf" through the parameter-file search: the string
-// "location" names a table of the file ("european" whenever EUROPEAN_DATE is set); without a
-// location the entries "time", "ydtime", "uydtime", "date" and the boolean "month_first" come
-// from the top level, with one they come from "L{time}" and so on. A missing entry is fatal:
-// "Could not read 'time' from %s" (likewise 'ydtime', also for a missing "uydtime", and
-// 'date') at the top level, "Could not read '%s' from %s" with the composed key in a table.
+// "time_formats" is found along the parameter-file path like any other parameter file, so a
+// site or a user can override the installed one. The string "location" names a table of the
+// file ("european" whenever EUROPEAN_DATE is set, so that one switch gives day-first dates
+// whatever the site chose); without one the entries come from the top level. A file that was
+// read but lacks a format is fatal rather than a reason to fall back to the defaults, which
+// would hide a broken site file.
 int ReadTimeFormatsFile(bool european, SiteFormatEntries *entries) {
-  (void)european;
-  (void)entries;
-  return kSiteFormatsNotFound;
+  Pf *pf = nullptr;
+  if (pfread("time_formats", &pf) == -1) return kSiteFormatsNotFound;
+  const char *table = european ? "european" : SiteString(pf, "location");
+  if (table != nullptr && table[0] == '\0') table = nullptr;  // an empty location names none
+  entries->time = RequiredFormat(pf, table, "time");
+  entries->ydtime = RequiredFormat(pf, table, "ydtime");
+  entries->uydtime = RequiredFormat(pf, table, "uydtime");
+  entries->date = RequiredFormat(pf, table, "date");
+  entries->month_first = MonthFirst(pf, table);
+  pffree(pf);
+  return kSiteFormatsFound;
 }
 
 void EnsureSiteFormats() {

@@ -18,8 +18,8 @@ constexpr int kSiteFormatsFound = 0;
 constexpr int kSiteFormatsNotFound = -1;
 
 // Fills entries (strings that live for the rest of the process) from "time_formats.pf" and
-// returns kSiteFormatsFound, or kSiteFormatsNotFound when no such file can be read. european
-// is true when EUROPEAN_DATE is set.
+// returns kSiteFormatsFound, or kSiteFormatsNotFound when no such file can be read; a file that
+// lacks a format ends the process. european is true when EUROPEAN_DATE is set.
 int ReadTimeFormatsFile(bool european, SiteFormatEntries *entries);
 
 }  // namespace timecal
