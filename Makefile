@@ -25,6 +25,12 @@ run: build
 	@cd examples && ../$(BUILD)/quickstart
 	@echo '$$ corvel time now "Feb 1, 2024 12:00 US/Mountain"'
 	@$(BUILD)/corvel time now "Feb 1, 2024 12:00 US/Mountain"
+	@echo '$$ corvel pf quickstart'
+	@cd examples && ../$(BUILD)/corvel pf quickstart
+	@echo '$$ corvel pf --json quickstart "channels{ANMO}"'
+	@cd examples && ../$(BUILD)/corvel pf --json quickstart "channels{ANMO}"
+	@echo '$$ VELMORA=$$PWD corvel pf --files time_formats'
+	@VELMORA=$(CURDIR) $(BUILD)/corvel pf --files time_formats
 
 test: test-plain test-sanitize test-abi
 

@@ -33,4 +33,9 @@ status=0
 (cd "$out" && ./fortran_abi_test die) 2>"$out/fortran.err" || status=$?
 [ "$status" -eq 1 ] && grep -q "fortran_abi_test \*fatal\*: dying from fortran" "$out/fortran.err" ||
   { echo "fortran: die gave status $status"; cat "$out/fortran.err"; exit 1; }
-echo "abi: C99 and Fortran programs passed"
+# The installed command finds the shipped parameter files under its own root with nothing set.
+found=$(cd "$out" && env -u PFPATH -u VELMORA "$prefix/bin/corvel" pf --files time_formats)
+format=$(cd "$out" && env -u PFPATH -u VELMORA "$prefix/bin/corvel" pf time_formats 'european{date}')
+[ "$found" = "$prefix/data/pf/time_formats.pf" ] && [ "$format" = "%d/%m/%Y" ] ||
+  { echo "installed time_formats.pf not found: '$found' '$format'"; exit 1; }
+echo "abi: C99 and Fortran programs passed; the installed data files are found"

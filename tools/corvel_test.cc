@@ -1,27 +1,13 @@
 #include <gtest/gtest.h>
-#include <stdio.h>
-#include <sys/wait.h>
 
 #include <string>
 
+#include "tools/run_corvel.h"
+
 namespace {
 
-struct Result {
-  int status;
-  std::string out;
-};
-
-// Runs the built command with a shell command line; stdout and stderr together.
-Result RunCorvel(const std::string &arguments) {
-  std::string command = "TZ=America/New_York " CORVEL_BINARY_DIR "/corvel " + arguments + " 2>&1";
-  FILE *pipe = popen(command.c_str(), "r");
-  std::string out;
-  char buf[4096];
-  size_t n;
-  while ((n = fread(buf, 1, sizeof buf, pipe)) > 0) out.append(buf, n);
-  int status = pclose(pipe);
-  return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
-}
+using corvel::tools::Result;
+using corvel::tools::RunCorvel;
 
 TEST(CorvelCommand, Time) {
   Result r = RunCorvel("time '2024-02-01 07:05:09.047' 2024:032:07:05:09.5 0");
@@ -48,6 +34,7 @@ TEST(CorvelCommand, UsageAndHelp) {
   Result r = RunCorvel("--help");
   EXPECT_EQ(r.status, 0);
   EXPECT_NE(r.out.find("time "), std::string::npos);
+  EXPECT_NE(r.out.find("pf "), std::string::npos);
   r = RunCorvel("time --help");
   EXPECT_EQ(r.status, 0);
   EXPECT_NE(r.out.find("-z ZONE"), std::string::npos);
