@@ -1,10 +1,12 @@
 // The parameter-file writer: a tree back into text, every string in the plainest form that the
 // reader turns into the same string again.
 #include <errno.h>
+#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
+#include "corvel/arr.h"
 #include "corvel/elog.h"
 #include "corvel/pf.h"
 #include "elog/oom.h"
@@ -15,7 +17,8 @@ namespace corvel {
 namespace pf {
 namespace {
 
-constexpr char kIndent[] = "    ";  // one level of nesting
+constexpr char kBlanks[] = "                                                                ";
+constexpr int kIndentWidth = 4;  // blanks per level of nesting
 constexpr size_t kStreamChunk = 64 * 1024;
 constexpr char kEndMarker[] = "\"EndOfLiteral";
 // The delimiter pairs a literal may use, in the order they are tried.
@@ -25,28 +28,86 @@ constexpr char kLiteralPairs[][2] = {{'{', '}'}, {'(', ')'}, {'[', ']'}, {'<', '
 // which the reader would trim) as a literal.
 enum Quoting { kAsItStands = 0, kEscaped = 1, kLiteral = 2 };
 
-// The characters a plain value cannot carry unescaped.
-struct SpecialCharacters {
-  bool table[256] = {};
-  constexpr SpecialCharacters() {
-    table[static_cast<unsigned char>('#')] = true;
-    table[static_cast<unsigned char>('}')] = true;
-    table[static_cast<unsigned char>('\\')] = true;
-    table[static_cast<unsigned char>('\n')] = true;
+// What one pass over a string finds in it: the characters a plain value cannot carry
+// unescaped, and the blank and double quote that decide how a key is quoted.
+constexpr int kSpecial = 1;
+constexpr int kBlank = 2;
+constexpr int kDoubleQuote = 4;
+
+// Sixteen characters compared at once; the compiler maps the type onto the processor's vector
+// registers. Most keys and values are shorter than that, so a string takes one comparison and
+// no loop whose end depends on its length.
+typedef signed char Block __attribute__((vector_size(16)));
+typedef uint64_t BlockWords __attribute__((vector_size(16)));
+constexpr size_t kBlockSize = sizeof(Block);
+
+// The class bits of each character of the block (zero, which ends a string, has none).
+Block Classify(Block block) {
+  return (((block == '#') | (block == '}') | (block == '\\') | (block == '\n')) & kSpecial) |
+         ((block == ' ') & kBlank) | ((block == '"') & kDoubleQuote);
+}
+
+template <typename T>
+T Load(const char *text) {
+  T value;
+  memcpy(&value, text, sizeof value);
+  return value;
+}
+
+// The classes (the bits above) of the length characters at text. Every read stays inside the
+// string: a tail shorter than a block is read as two pieces that overlap in its middle, which
+// repeats some characters but finds no class that is not there.
+unsigned ClassesIn(const char *text, size_t length) {
+  Block found = {};
+  size_t i = 0;
+  for (; i + kBlockSize <= length; i += kBlockSize) found |= Classify(Load<Block>(text + i));
+  if (i < length) {
+    if (length >= kBlockSize) {
+      found |= Classify(Load<Block>(text + length - kBlockSize));
+    } else {
+      BlockWords halves = {};
+      if (length >= 8) {
+        halves[0] = Load<uint64_t>(text);
+        halves[1] = Load<uint64_t>(text + length - 8);
+      } else if (length >= 4) {
+        halves[0] = Load<uint32_t>(text);
+        halves[1] = Load<uint32_t>(text + length - 4);
+      } else {
+        halves[0] = static_cast<unsigned char>(text[0]) |
+                    static_cast<unsigned char>(text[length / 2]) << 8 |
+                    static_cast<unsigned char>(text[length - 1]) << 16;
+      }
+      found |= Classify(reinterpret_cast<Block>(halves));
+    }
   }
-};
-constexpr SpecialCharacters kSpecial;
+  // The sixteen bytes or-ed into one.
+  BlockWords words = reinterpret_cast<BlockWords>(found);
+  uint64_t any = words[0] | words[1];
+  any |= any >> 32;
+  any |= any >> 16;
+  any |= any >> 8;
+  return static_cast<unsigned>(any & 0xff);
+}
 
 bool IsBlankOrTab(char c) { return c == ' ' || c == '\t'; }
 
-// The quoting a string needs; its length comes back on the way.
-Quoting RequiresLiteral(const char *text, size_t *length) {
-  bool special = false;
-  const char *p = text;
-  for (; *p != '\0'; p++) special |= kSpecial.table[static_cast<unsigned char>(*p)];
-  *length = static_cast<size_t>(p - text);
-  if (*length > 0 && (IsBlankOrTab(text[0]) || IsBlankOrTab(p[-1]))) return kLiteral;
-  return special ? kEscaped : kAsItStands;
+// A string's length and the classes of the characters it holds.
+struct Scan {
+  size_t length;
+  unsigned found;
+};
+
+Scan ScanString(const char *text) {
+  size_t length = strlen(text);
+  return {length, ClassesIn(text, length)};
+}
+
+// The quoting a scanned string needs.
+Quoting RequiresLiteral(const char *text, const Scan &scan) {
+  if (scan.length > 0 && (IsBlankOrTab(text[0]) || IsBlankOrTab(text[scan.length - 1]))) {
+    return kLiteral;
+  }
+  return (scan.found & kSpecial) != 0 ? kEscaped : kAsItStands;
 }
 
 // Text being written: collected in one growing buffer, which a stream receives in large pieces.
@@ -67,7 +128,11 @@ class Output {
     data_[length_++] = c;
   }
   void Indent(int level) {
-    for (int i = 0; i < level; i++) Append(kIndent, sizeof kIndent - 1);
+    for (size_t blanks = static_cast<size_t>(level) * kIndentWidth; blanks > 0;) {
+      size_t piece = blanks < sizeof kBlanks - 1 ? blanks : sizeof kBlanks - 1;
+      Append(kBlanks, piece);
+      blanks -= piece;
+    }
   }
   // Room for length more bytes at the end; a stream gets what is collected first.
   char *Reserve(size_t length) {
@@ -78,8 +143,10 @@ class Output {
     return data_ + length_;
   }
   void Advance(size_t length) { length_ += length; }
-  void Flush() {
-    if (length_ > 0) fwrite(data_, 1, length_, stream_);
+  void Flush() { WriteTo(stream_); }
+  // Hands everything collected to stream.
+  void WriteTo(FILE *stream) {
+    if (length_ > 0) fwrite(data_, 1, length_, stream);
     length_ = 0;
   }
   // The collected text, terminated, for the caller to free.
@@ -174,8 +241,9 @@ void AppendLiteral(Output *out, const char *text, size_t length) {
 
 // A string value in the form its quoting calls for (no line end).
 void AppendString(Output *out, const char *text) {
-  size_t length;
-  Quoting quoting = RequiresLiteral(text, &length);
+  Scan scan = ScanString(text);
+  size_t length = scan.length;
+  Quoting quoting = RequiresLiteral(text, scan);
   if (quoting == kAsItStands) {
     out->Append(text, length);
   } else if (quoting == kEscaped && memchr(text, '\n', length) == nullptr) {
@@ -185,11 +253,22 @@ void AppendString(Output *out, const char *text) {
   }
 }
 
+// The nodes of a tree are scattered over the heap, so writing one that is not in the cache is
+// mostly waiting for memory: the key's node in the array, then the value's node, then its text.
+// The writer therefore collects the entries of an array (or list) before writing them, asking
+// for each value's node (and for the array's next nodes) on the way, and asks for the text of
+// the entry kLookahead places ahead while it writes the current one. The loads then overlap
+// instead of following one another.
+constexpr size_t kLookahead = 4;
+
 class TreeWriter {
  public:
   // indented: the stream layout, with escaped keys and four blanks per level; otherwise the
   // compact layout.
   TreeWriter(Output *out, bool indented) : out_(out), indented_(indented) {}
+  ~TreeWriter() { free(entries_); }
+  TreeWriter(const TreeWriter &) = delete;
+  TreeWriter &operator=(const TreeWriter &) = delete;
 
   // A node as the value of an entry, at the level of its key.
   void WriteValue(Pf *pf, int level) {
@@ -211,15 +290,16 @@ class TreeWriter {
         AppendString(out_, pf->value.s);
         out_->Put('\n');
         break;
-      case PFTBL:
+      case PFTBL: {
         out_->Append("&Tbl{\n", 6);
-        for (long i = 0; i < maxtbl(pf->value.tbl); i++) {
-          Indent(level + 1);
-          WriteValue(static_cast<Pf *>(gettbl(pf->value.tbl, i)), level + 1);
-        }
+        size_t first = count_;
+        Tbl *list = pf->value.tbl;
+        for (long i = 0; i < maxtbl(list); i++) Push(nullptr, gettbl(list, i));
+        WriteCollected(first, level + 1);
         Indent(level);
         out_->Append("}\n", 2);
         break;
+      }
       case PFFCT:
         out_->Append(pf->value.pffunct->expression, strlen(pf->value.pffunct->expression));
         out_->Put('\n');
@@ -231,45 +311,102 @@ class TreeWriter {
 
   // The entries of an array or file, in key order.
   void WriteEntries(Pf *pf, int level) {
-    EntryContext context = {this, level};
-    applyarr(pf->value.arr, WriteEntry, &context);
+    size_t first = count_;
+    CollectEntries(pf->value.arr);
+    WriteCollected(first, level);
   }
 
  private:
-  struct EntryContext {
-    TreeWriter *writer;
-    int level;
+  // A collected entry; the key is null for an element of a list.
+  struct Entry {
+    const char *key;
+    Pf *value;
   };
 
-  static void WriteEntry(char *key, void *value, void *private_data) {
-    auto *context = static_cast<EntryContext *>(private_data);
-    TreeWriter *writer = context->writer;
-    writer->Indent(context->level);
-    writer->WriteKey(key);
-    writer->out_->Put('\t');
-    writer->WriteValue(static_cast<Pf *>(value), context->level);
+  // Collects the entries of arr in key order, as applyarr gives them. Walking the array's
+  // red-black tree here rather than through applyarr lets the walk ask for each node's right
+  // child when it passes the node on the way down, long before it gets there. A tree of n nodes
+  // is at most 2 log2(n + 1) deep, so the path fits a fixed stack.
+  void CollectEntries(const Arr *arr) {
+    if (arr == nullptr) return;
+    const Rbnode *nil = &rb_null;
+    const Rbnode *path[128];
+    int depth = 0;
+    const Rbnode *node = arr->root;
+    for (;;) {
+      for (; node != nil; node = node->left) {
+        __builtin_prefetch(node->right);
+        path[depth++] = node;
+      }
+      if (depth == 0) break;
+      node = path[--depth];
+      Push(static_cast<const char *>(node->key), node->value);
+      node = node->right;
+    }
+  }
+
+  void Push(const char *key, void *value) {
+    if (count_ == capacity_) {
+      capacity_ = capacity_ > 0 ? 2 * capacity_ : 256;
+      entries_ = static_cast<Entry *>(CV_REALLOC(entries_, capacity_ * sizeof(Entry), "entries"));
+    }
+    entries_[count_++] = {key, static_cast<Pf *>(value)};
+    __builtin_prefetch(value);
+  }
+
+  // Writes the entries collected from first on, each on its line at level, and drops them. The
+  // entries of nested arrays and lists are collected above them, so the buffer may move while
+  // they are written: it is indexed afresh each time.
+  void WriteCollected(size_t first, int level) {
+    size_t end = count_;
+    for (size_t i = first; i < end && i < first + kLookahead; i++) Prefetch(entries_[i].value);
+    for (size_t i = first; i < end; i++) {
+      if (i + kLookahead < end) Prefetch(entries_[i + kLookahead].value);
+      Entry entry = entries_[i];
+      Indent(level);
+      if (entry.key != nullptr) {
+        WriteKey(entry.key);
+        out_->Put('\t');
+      }
+      WriteValue(entry.value, level);
+    }
+    count_ = first;
+  }
+
+  // Asks for what writing the node will read first: its text, or the header of its array or
+  // list.
+  static void Prefetch(const Pf *pf) {
+    switch (pf->type) {
+      case PFSTRING:
+        __builtin_prefetch(pf->value.s);
+        break;
+      case PFFILE:
+      case PFARR:
+        if (pf->value.arr != nullptr) __builtin_prefetch(&pf->value.arr->root);
+        break;
+      case PFTBL:
+        __builtin_prefetch(pf->value.tbl);
+        break;
+      default:
+        break;
+    }
   }
 
   // A key holding a blank is quoted, with single quotes when it holds a double quote; in the
-  // stream layout a key that needs quoting as a value is escaped first.
+  // stream layout a key that needs quoting as a value is escaped first (which adds backslashes
+  // only, so the blanks and quotes found before escaping still decide).
   void WriteKey(const char *key) {
-    size_t length;
-    Quoting quoting = RequiresLiteral(key, &length);
-    char *escaped = nullptr;
-    if (indented_ && quoting != kAsItStands) {
-      escaped = static_cast<char *>(CV_MALLOC(2 * length + 1, "s"));
-      length = Escape(key, length, escaped);
-      key = escaped;
-    }
-    if (memchr(key, ' ', length) != nullptr) {
-      char quote = memchr(key, '"', length) != nullptr ? '\'' : '"';
-      out_->Put(quote);
-      out_->Append(key, length);
-      out_->Put(quote);
+    Scan scan = ScanString(key);
+    bool escape = indented_ && RequiresLiteral(key, scan) != kAsItStands;
+    char quote = 0;
+    if ((scan.found & kBlank) != 0) quote = (scan.found & kDoubleQuote) != 0 ? '\'' : '"';
+    if (quote != 0) out_->Put(quote);
+    if (escape) {
+      AppendEscaped(out_, key, scan.length);
     } else {
-      out_->Append(key, length);
+      out_->Append(key, scan.length);
     }
-    free(escaped);
+    if (quote != 0) out_->Put(quote);
   }
 
   void Indent(int level) {
@@ -278,6 +415,9 @@ class TreeWriter {
 
   Output *out_;
   bool indented_;
+  Entry *entries_ = nullptr;  // entries collected and not yet written, outermost first
+  size_t count_ = 0;
+  size_t capacity_ = 0;
 };
 
 }  // namespace
@@ -294,21 +434,28 @@ int pfout(FILE *stream, Pf *pf) {
 }
 
 int pfwrite(const char *path, Pf *pf) {
+  using namespace corvel::pf;
   // A null tree writes nothing: the file is left as it was rather than emptied.
   if (pf == nullptr || pf->value.s == nullptr) return -1;
+  // The whole text is made before the file is opened, so the file is emptied only when its new
+  // text is ready and stays incomplete no longer than one write takes. That one write goes
+  // straight from the collected text (the stream keeps no buffer): one system call, no copy.
+  Output out(nullptr);
+  TreeWriter(&out, true).WriteValue(pf, 0);
   FILE *stream = fopen(path, "w+");
   if (stream == nullptr) {
     elog_log(1, "Can't open %s for writing.\n", path);
     return -1;
   }
-  int result = pfout(stream, pf);
+  setvbuf(stream, nullptr, _IONBF, 0);
+  out.WriteTo(stream);
   // A write that failed (a full disk) leaves the stream's error set: the file is incomplete.
   bool failed = ferror(stream) != 0;
   if (fclose(stream) != 0 || failed) {
     elog_log(1, "Can't close %s.\n", path);
     return -1;
   }
-  return result;
+  return 0;
 }
 
 char *pf2string(Pf *pf) {

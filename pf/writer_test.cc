@@ -164,7 +164,7 @@ TEST(PfWriter, RandomTreesReadBackEqual) {
     pffree(tree);
   }
   Pf *every = EveryForm();
-  pfdel(every, "bad");  // an invalid value writes nothing, so the next entry joins its line
+  pffree(pfdel(every, "bad"));  // an invalid value writes nothing, so the next entry joins its line
   ExpectReadsBack(every, StreamText(every));
   pffree(every);
 }
@@ -173,7 +173,7 @@ class PfWrite : public TempDirTest {};
 
 TEST_F(PfWrite, WritesFilesAndReportsFailures) {
   Pf *pf = EveryForm();
-  pfdel(pf, "bad");
+  pffree(pfdel(pf, "bad"));
   ASSERT_EQ(pfwrite(Path("out.pf").c_str(), pf), 0);
   setenv("PFPATH", root_.c_str(), 1);
   Pf *back = nullptr;
