@@ -143,14 +143,8 @@ BENCHMARK(BM_GetPfCached)->Repetitions(9)->ReportAggregatesOnly();
 }  // namespace
 
 int main(int argc, char **argv) {
-  // The repetitions of all benchmarks run in a random order, so that a stretch of a busy
-  // machine falls on both sides of a ratio alike.
-  std::vector<char *> args(argv, argv + argc);
-  char interleave[] = "--benchmark_enable_random_interleaving=true";
-  args.insert(args.begin() + 1, interleave);
-  int count = static_cast<int>(args.size());
-  return corvel_bench::RunWithRatios(
-      count, args.data(),
+  return corvel_bench::RunInterleavedWithRatios(
+      argc, argv,
       {{"pfcompile+pffree 1 MB / load+g_key_file_free", "BM_Pfcompile", "BM_GKeyFileLoad"},
        {"pfcompile 1 MB / g_key_file_load_from_data", "BM_PfcompileOnly", "BM_GKeyFileLoadOnly"},
        {"pfcompile 1 MB / load, each into fresh memory", "BM_PfcompileKept", "BM_GKeyFileLoadKept"},

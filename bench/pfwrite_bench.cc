@@ -109,14 +109,8 @@ BENCHMARK(BM_Pf2stringWrite)->Unit(benchmark::kMillisecond)->Repetitions(9)->Rep
 }  // namespace
 
 int main(int argc, char **argv) {
-  // The repetitions of all benchmarks run in a random order, so that a stretch of a busy
-  // machine falls on both sides of a ratio alike.
-  std::vector<char *> args(argv, argv + argc);
-  char interleave[] = "--benchmark_enable_random_interleaving=true";
-  args.insert(args.begin() + 1, interleave);
-  int count = static_cast<int>(args.size());
-  return corvel_bench::RunWithRatios(
-      count, args.data(),
+  return corvel_bench::RunInterleavedWithRatios(
+      argc, argv,
       {{"pf2string 1 MB / g_key_file_to_data", "BM_Pf2string", "BM_GKeyFileToData"},
        {"pfwrite 1 MB / pf2string+write", "BM_Pfwrite", "BM_Pf2stringWrite"}});
 }

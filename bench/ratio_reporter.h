@@ -39,8 +39,8 @@ class RatioReporter : public benchmark::ConsoleReporter {
   void PrintRatio(const Ratio &r) const {
     auto a = seconds_.find(r.ours), b = seconds_.find(r.theirs);
     if (a == seconds_.end() || b == seconds_.end() || b->second <= 0) return;
-    printf("%-50s %6.2f  (%s vs %s)\n", r.label, a->second / b->second,
-           Human(a->second).c_str(), Human(b->second).c_str());
+    printf("%-50s %6.2f  (%s vs %s)\n", r.label, a->second / b->second, Human(a->second).c_str(),
+           Human(b->second).c_str());
   }
 
  private:
@@ -68,6 +68,15 @@ inline int RunWithRatios(int argc, char **argv, std::initializer_list<Ratio> rat
   for (const Ratio &r : ratios) reporter.PrintRatio(r);
   benchmark::Shutdown();
   return 0;
+}
+
+// As RunWithRatios, with the repetitions of all benchmarks run in a random order, so that a
+// stretch of a busy machine falls on both sides of a ratio alike.
+inline int RunInterleavedWithRatios(int argc, char **argv, std::initializer_list<Ratio> ratios) {
+  std::vector<char *> args(argv, argv + argc);
+  char interleave[] = "--benchmark_enable_random_interleaving=true";
+  args.insert(args.begin() + 1, interleave);
+  return RunWithRatios(static_cast<int>(args.size()), args.data(), ratios);
 }
 
 }  // namespace corvel_bench
