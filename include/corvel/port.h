@@ -21,6 +21,16 @@ CORVEL_API void *std_dlopen(const char *name);
 CORVEL_API char *my_username(char *name, int size);
 /* 1 when zone is a name the platform's zone database knows or a valid POSIX zone rule. */
 CORVEL_API int is_timezone(const char *zone);
+/* Signals by name (with or without "SIG", in any case; RTMIN+n and RTMAX-n for the real-time
+ * ones): the number, or -1 for no such name. By number: 0 with the name (without "SIG") and a
+ * one-line description, both static (the name of a real-time signal lives until the thread's
+ * next call), or -1 for a number no signal has. */
+CORVEL_API int signal_byname(const char *name);
+CORVEL_API int signal_bysig(int sig, const char **name, const char **description);
+/* Calls handler from SIGALRM once, seconds from now: 0, or -1 when the timer cannot be set. */
+CORVEL_API int std_set_timer(double seconds, void (*handler)(int));
+/* 1 when path lies on an NFS file system, else 0. */
+CORVEL_API int is_nfs(const char *path);
 /* Prints the calling thread's stack to stream. */
 CORVEL_API void show_stack_trace(FILE *stream);
 
