@@ -164,6 +164,11 @@ std::string SearchPath() {
   return std::string(getvelmora()) + "/data/pf:. (PFPATH is not set)";
 }
 
+void ReportNotFound(const char *name) {
+  fprintf(stderr, "corvel pf: no parameter file %s along %s\n", FileName(name).c_str(),
+          SearchPath().c_str());
+}
+
 // The files a search for name finds, joined by sep.
 std::string Files(const char *name, int all, const char *sep) {
   Tbl *files = pffiles(name, all);
@@ -191,8 +196,7 @@ Pf *ReadMerged(const char *name) {
   if (ReportHeld()) return nullptr;
   std::string files = Files(name, 0, ", ");
   if (files.empty()) {
-    fprintf(stderr, "corvel pf: no parameter file %s along %s\n", FileName(name).c_str(),
-            SearchPath().c_str());
+    ReportNotFound(name);
   } else {
     fprintf(stderr, "corvel pf: nothing read from %s\n", files.c_str());
   }
@@ -313,8 +317,7 @@ int Print(const Options &options) {
 int ListFiles(const Options &options) {
   std::string files = Files(options.operands[0], options.all, "\n");
   if (files.empty()) {
-    fprintf(stderr, "corvel pf: no parameter file %s along %s\n",
-            FileName(options.operands[0]).c_str(), SearchPath().c_str());
+    ReportNotFound(options.operands[0]);
     return 1;
   }
   puts(files.c_str());
