@@ -31,6 +31,9 @@ run: build
 	@cd examples && ../$(BUILD)/corvel pf --json quickstart "channels{ANMO}"
 	@echo '$$ VELMORA=$$PWD corvel pf --files time_formats'
 	@VELMORA=$(CURDIR) $(BUILD)/corvel pf --files time_formats
+	@rm -f $(BUILD)/state/graveyard
+	@echo '$$ graveyard; graveyard'
+	@cd $(BUILD) && ./graveyard && sleep 1 && ./graveyard
 
 test: test-plain test-sanitize test-abi
 

@@ -49,7 +49,8 @@ RemoteLogFn RemoteLogEntry() {
     void *symbol = dlsym(library, "orbelog");
     if (symbol == nullptr) {
       const char *why = dlerror();
-      fprintf(stderr, "Can't find %s in library %s: %s,\n\terror messages will be written to stderr.\n",
+      fprintf(stderr,
+              "Can't find %s in library %s: %s,\n\terror messages will be written to stderr.\n",
               "orbelog", "orb", why ? why : "");
     }
     return reinterpret_cast<RemoteLogFn>(symbol);
@@ -98,13 +99,7 @@ void RunDebugger(const char *command) {
     // The debugger started earlier takes over from here.
     raise(SIGSTOP);
   }
-  if (Elog_wait > 0) {
-    struct timespec pause;
-    pause.tv_sec = static_cast<time_t>(Elog_wait);
-    pause.tv_nsec = static_cast<long>((Elog_wait - static_cast<double>(pause.tv_sec)) * 1e9);
-    while (nanosleep(&pause, &pause) != 0 && errno == EINTR) {
-    }
-  }
+  SleepSeconds(Elog_wait);
 }
 
 }  // namespace elog

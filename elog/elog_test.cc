@@ -1,3 +1,5 @@
+#include "corvel/elog.h"
+
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -11,8 +13,6 @@
 #include <thread>
 #include <vector>
 
-#include "corvel/elog.h"
-
 namespace {
 
 std::string RegisterText(int mark = 0) {
@@ -22,7 +22,9 @@ std::string RegisterText(int mark = 0) {
   return text;
 }
 
-std::string Tagged(const std::string &message) { return std::string(Program_Name) + ": " + message; }
+std::string Tagged(const std::string &message) {
+  return std::string(Program_Name) + ": " + message;
+}
 
 class ElogTest : public ::testing::Test {
  protected:
@@ -63,9 +65,9 @@ TEST_F(ElogTest, NewlineAndEmptyMessageRules) {
 
   testing::internal::CaptureStderr();
   elog_notify(0, "\nX");
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "\n" + Tagged("after a blank line\n") + "\n\t** repeated 2 times\n" + "\n" +
-                Tagged("X\n"));
+  EXPECT_EQ(
+      testing::internal::GetCapturedStderr(),
+      "\n" + Tagged("after a blank line\n") + "\n\t** repeated 2 times\n" + "\n" + Tagged("X\n"));
   EXPECT_EQ(elog_mark(), 0);  // delivery took the register with it
 }
 
@@ -76,8 +78,12 @@ TEST_F(ElogTest, LongMessagesAreCutAtTheBufferWithAMarker) {
     size_t kept;  // characters of the original text that survive
     bool marked;
   } cases[] = {
-      {10236, 10236, false}, {10237, 10237, false}, {10238, 10237, false},
-      {10240, 10237, false}, {10241, 10239 - marker.size(), true}, {20000, 10239 - marker.size(), true},
+      {10236, 10236, false},
+      {10237, 10237, false},
+      {10238, 10237, false},
+      {10240, 10237, false},
+      {10241, 10239 - marker.size(), true},
+      {20000, 10239 - marker.size(), true},
   };
   for (const Case &c : cases) {
     std::string text(c.length, 'x');
@@ -267,7 +273,6 @@ TEST_F(ElogTest, QueryAndSet) {
   elog_query(ELOG_STRING, 1, &from1);
   EXPECT_STREQ(from1, "T: z\n");
   free(from1);
-
 }
 
 TEST_F(ElogTest, CommandLineIsANotifyMessageWithoutTag) {
@@ -387,8 +392,8 @@ TEST_F(ElogDeathTest, FullRegisterEndsTheProcess) {
 
 TEST_F(ElogDeathTest, FaultsAbortAndCrashesAreReported) {
   EXPECT_DEATH(elog_fault(0, "broken"), "elog_test \\*fault\\*: broken\n");
-  EXPECT_DEATH(raise(SIGSEGV), "segmentation violation\n(.|\n)*Signal SEGV : segmentation "
-                               "violation\n");
+  EXPECT_DEATH(raise(SIGSEGV),
+               "\nelog_test: segmentation violation: (.|\n)*Signal SEGV : segmentation violation");
 }
 
 TEST_F(ElogTest, StackMarkerPrintsATrace) {

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "corvel/files.h"
+#include "corvel/pf.h"
 #include "corvel/port.h"
 #include "corvel/time.h"
 #include "elog/internal.h"
@@ -14,9 +15,6 @@
 static constexpr char kSourceName[] = "elog.c";
 
 namespace {
-
-// Crash signals intercepted when nothing else is configured.
-constexpr char kDefaultFaultSignals[] = "ILL:TRAP:FPE:BUS:SEGV:SYS";
 
 // The copy of the arguments the log made last; freed when it makes another, unless a caller
 // has replaced Argv meanwhile.
@@ -88,13 +86,16 @@ int elog_init(int argc, char **argv) {
   Elog_reference_time =
       reference != nullptr && reference[0] != '\0' ? str2epoch(reference) : std_now();
 
+  Pf *config = Elog_init ? nullptr : ReadConfigFile();
   if (Lock().TryLock()) {
     if (!Elog_init) {
-      elog_setup_fault_handler(kDefaultFaultSignals);
+      ConfigureOnce(config);
       __atomic_store_n(&Elog_init, 1, __ATOMIC_RELEASE);
     }
+    ConfigureFromEnvironment();
     Lock().Unlock();
   }
+  pffree(config);
   errno = saved;
   pthread_mutex_unlock(&init_mutex);
   return 0;

@@ -24,9 +24,6 @@ extern char g_tag[ELOG_NSEVERITY][ELOG_SLOT_SIZE];
 extern char g_deliver[ELOG_NSEVERITY][ELOG_SLOT_SIZE];
 extern char g_debug[ELOG_NSEVERITY][ELOG_SLOT_SIZE];
 extern int g_show_stack[ELOG_NSEVERITY];
-extern const char *const kTagDefault[ELOG_NSEVERITY];
-extern const char *const kDeliverDefault[ELOG_NSEVERITY];
-extern const char *const kDebugDefault[ELOG_NSEVERITY];
 extern const char *const kSeverityName[ELOG_NSEVERITY];
 
 // Copies value into a table slot; a value too long for the slot is cut and stays terminated.
@@ -69,6 +66,16 @@ class ScopedLogLock {
 // Runs elog_init(0, NULL) when the log has not been initialised, keeping errno.
 void EnsureInitialized();
 
+// The configuration steps of elog_init. ReadConfigFile reads the "elog" parameter file (null
+// when there is none, or while the parameter-file reader is busy), before the lock is taken:
+// the reader has locks of its own and may log. With the lock held, ConfigureOnce applies the
+// file, ELOG_MAXMSG, ELOG_STACK and the crash signals, and belongs to the first initialisation
+// only; ConfigureFromEnvironment applies ELOG_DELIVER, ELOG_TAG, ELOG_DEBUG and ELOG_WAIT, which
+// may change between initialisations.
+struct Pf *ReadConfigFile();
+void ConfigureOnce(struct Pf *pf);
+void ConfigureFromEnvironment();
+
 // Formats fmt into buf (kMessageBufferSize bytes) with the log's length limit, its truncation
 // marker and its newline rule; returns the message length.
 int FormatMessage(char *buf, const char *fmt, va_list ap);
@@ -88,6 +95,8 @@ void LogMessage(int severity, int flag, const char *fmt, va_list ap);
 
 // Runs the debugger configured in command (after the lock has been released).
 void RunDebugger(const char *command);
+// Sleeps the whole time, however many signals arrive meanwhile.
+void SleepSeconds(double seconds);
 
 }  // namespace elog
 }  // namespace corvel

@@ -3,6 +3,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "corvel/grave.h"
 #include "corvel/port.h"
 #include "elog/internal.h"
 #include "elog/oom.h"
@@ -13,84 +14,16 @@ namespace corvel {
 namespace elog {
 namespace {
 
-struct SignalName {
-  int number;
-  const char *name;
-  const char *description;
-};
-
-constexpr SignalName kSignals[] = {
-    {SIGHUP, "HUP", "hangup"},
-    {SIGINT, "INT", "interrupt"},
-    {SIGQUIT, "QUIT", "quit"},
-    {SIGILL, "ILL", "illegal instruction"},
-    {SIGTRAP, "TRAP", "trace trap"},
-    {SIGABRT, "ABRT", "abort"},
-    {SIGBUS, "BUS", "bus error"},
-    {SIGFPE, "FPE", "floating point exception"},
-    {SIGKILL, "KILL", "kill"},
-    {SIGUSR1, "USR1", "user defined signal 1"},
-    {SIGSEGV, "SEGV", "segmentation violation"},
-    {SIGUSR2, "USR2", "user defined signal 2"},
-    {SIGPIPE, "PIPE", "write on a pipe with no one to read it"},
-    {SIGALRM, "ALRM", "alarm clock"},
-    {SIGTERM, "TERM", "software termination signal"},
-    {SIGSTKFLT, "STKFLT", "stack fault"},
-    {SIGCHLD, "CHLD", "child status change"},
-    {SIGCONT, "CONT", "continue after stop"},
-    {SIGSTOP, "STOP", "stop"},
-    {SIGTSTP, "TSTP", "stop from terminal"},
-    {SIGTTIN, "TTIN", "background read from terminal"},
-    {SIGTTOU, "TTOU", "background write to terminal"},
-    {SIGURG, "URG", "urgent condition on socket"},
-    {SIGXCPU, "XCPU", "cpu time limit exceeded"},
-    {SIGXFSZ, "XFSZ", "file size limit exceeded"},
-    {SIGVTALRM, "VTALRM", "virtual time alarm"},
-    {SIGPROF, "PROF", "profiling time alarm"},
-    {SIGWINCH, "WINCH", "window size change"},
-    {SIGIO, "IO", "i/o possible"},
-    {SIGPWR, "PWR", "power failure"},
-    {SIGSYS, "SYS", "bad system call"},
-};
-
-const SignalName *SignalBySig(int number) {
-  for (const SignalName &s : kSignals) {
-    if (s.number == number) return &s;
-  }
-  return nullptr;
-}
-
-int SignalByName(const char *name) {
-  for (const SignalName &s : kSignals) {
-    if (strcmp(s.name, name) == 0) return s.number;
-  }
-  return -1;
-}
-
+// The first action of each signal below 50 is kept, as it was before the log intercepted it.
 constexpr int kSavedSignals = 50;
 struct sigaction g_previous[kSavedSignals];
 bool g_saved[kSavedSignals];
-Fault_handler_fn g_handlers[kSavedSignals];
+// The handler of every signal number, the real-time ones included.
+Fault_handler_fn g_handlers[NSIG];
 
 void Dispatch(int sig, siginfo_t *info, void *context) {
-  Fault_handler_fn handler = sig >= 0 && sig < kSavedSignals ? g_handlers[sig] : nullptr;
+  Fault_handler_fn handler = sig > 0 && sig < NSIG ? g_handlers[sig] : nullptr;
   if (handler != nullptr) handler(sig, info, context);
-}
-
-void ReportFault(int sig, void *info, void *context) {
-  const SignalName *signal = SignalBySig(sig);
-  if (signal != nullptr) {
-    elog_log(0, "\n%s\n", signal->description);
-  } else {
-    elog_log(0, "\nsignal #%d received: signal_bysig failed\n", sig);
-  }
-  show_stack_trace(stderr);
-  show_fault(info, context);
-  if (signal != nullptr) {
-    elog_fault(0, "Signal %s : %s", signal->name, signal->description);
-  } else {
-    elog_fault(0, "\nsignal #%d received: signal_bysig failed\n", sig);
-  }
 }
 
 }  // namespace
@@ -113,9 +46,8 @@ void setup_fault_handlers(Fault_handler_fn handler, const char *list) {
   char *rest = names;
   for (char *name = strtok_r(names, ":", &rest); name != nullptr;
        name = strtok_r(nullptr, ":", &rest)) {
-    const char *bare = strncmp(name, "SIG", 3) == 0 ? name + 3 : name;
-    int sig = SignalByName(bare);
-    if (sig < 0) {
+    int sig = signal_byname(name);
+    if (sig <= 0 || sig >= NSIG) {
       elog_fail("Unrecognized signal name '%s'\n", name);
       continue;
     }
@@ -135,4 +67,18 @@ void setup_fault_handlers(Fault_handler_fn handler, const char *list) {
   free(names);
 }
 
-void elog_setup_fault_handler(const char *list) { setup_fault_handlers(ReportFault, list); }
+void _elog_fault(int sig, void *info, void *context) {
+  const char *name = nullptr, *description = nullptr;
+  bool known = signal_bysig(sig, &name, &description) == 0;
+  if (known) {
+    elog_log(0, "\n%s\n", description);
+  } else {
+    elog_log(0, "\nsignal #%d received: signal_bysig failed\n", sig);
+  }
+  show_stack_trace(stderr);
+  show_fault(info, context);
+  if (known) elog_fault(0, "Signal %s : %s", name, description);
+  elog_fault(0, "\nsignal #%d received: signal_bysig failed\n", sig);
+}
+
+void elog_setup_fault_handler(const char *list) { setup_fault_handlers(_elog_fault, list); }

@@ -42,21 +42,21 @@ Xlat Elog_xlat[] = {
 };
 int Elog_xlatn = sizeof Elog_xlat / sizeof Elog_xlat[0];
 
+const char *const Tag_default[ELOG_NSEVERITY] = {"%P", "%P *debug*", "%P",        "%P *alert*",
+                                                 "%P", "%P *fatal*", "%P *fault*"};
+const char *const Deliver_default[ELOG_NSEVERITY] = {"",       "stderr", "stderr", "stderr",
+                                                     "stderr", "stderr", "stderr"};
+// What a configuration that asks for a debugger gets; the table itself starts empty, so that
+// dying never starts a debugger unless one was configured.
+const char *const Debug_default[ELOG_NSEVERITY] = {"", "", "", "", "", "gdb %r %p", "gdb %r %p"};
+
 namespace corvel {
 namespace elog {
 
 const char *const kSeverityName[ELOG_NSEVERITY] = {"log",      "debug", "notify", "alert",
                                                    "complain", "die",   "fault"};
-const char *const kTagDefault[ELOG_NSEVERITY] = {
-    "%P", "%P *debug*", "%P", "%P *alert*", "%P", "%P *fatal*", "%P *fault*"};
-const char *const kDeliverDefault[ELOG_NSEVERITY] = {"",       "stderr", "stderr", "stderr",
-                                                     "stderr", "stderr", "stderr"};
-// What a configuration that asks for a debugger gets; the table itself starts empty, so that
-// dying never starts a debugger unless one was configured.
-const char *const kDebugDefault[ELOG_NSEVERITY] = {"", "", "", "", "", "gdb %r %p", "gdb %r %p"};
-
-char g_tag[ELOG_NSEVERITY][ELOG_SLOT_SIZE] = {
-    "%P", "%P *debug*", "%P", "%P *alert*", "%P", "%P *fatal*", "%P *fault*"};
+char g_tag[ELOG_NSEVERITY][ELOG_SLOT_SIZE] = {"%P", "%P *debug*", "%P",        "%P *alert*",
+                                              "%P", "%P *fatal*", "%P *fault*"};
 char g_deliver[ELOG_NSEVERITY][ELOG_SLOT_SIZE] = {"",       "stderr", "stderr", "stderr",
                                                   "stderr", "stderr", "stderr"};
 char g_debug[ELOG_NSEVERITY][ELOG_SLOT_SIZE];

@@ -57,8 +57,9 @@ int main(int argc, char **argv) {
   elog_log(1, "two");
   check(errno == 0, "errno cleared");
   s = elog_string(0);
-  check(strcmp(s, "c_abi_test: one 1\n\t** repeated 2 times\nc_abi_test: two\n"
-                  "\tNo such file or directory\n") == 0,
+  check(strcmp(s,
+               "c_abi_test: one 1\n\t** repeated 2 times\nc_abi_test: two\n"
+               "\tNo such file or directory\n") == 0,
         "register text");
   free(s);
   elog_query(ELOG_COUNT, 0, &count);
@@ -81,8 +82,9 @@ int main(int argc, char **argv) {
     check(maxtbl(bands) == 2, "pfget_tbl");
     freetbl(bands, NULL);
     s = pf2string(pf);
-    check(strcmp(s, "net\tIU\nnew\t&Arr{\nlist\t&Tbl{\nx\n}\n}\nrate\t40\n"
-                    "sta\t&Arr{\nANMO\t&Tbl{\nBHZ\nBHN\n}\n}\n") == 0,
+    check(strcmp(s,
+                 "net\tIU\nnew\t&Arr{\nlist\t&Tbl{\nx\n}\n}\nrate\t40\n"
+                 "sta\t&Arr{\nANMO\t&Tbl{\nBHZ\nBHN\n}\n}\n") == 0,
           "pf2string");
     free(s);
     pffree(pf);
@@ -91,6 +93,15 @@ int main(int argc, char **argv) {
   s = elogstr(ELOG_ALERT, 0, "watch %s", "out");
   check(strcmp(s, "c_abi_test *alert*: watch out\n") == 0, "elogstr");
   free(s);
+
+  {
+    /* A fresh state file: the relic keeps its value and is written out. */
+    int runs = 5;
+    remove("abi_state/c_abi_test");
+    check(exhume("abi_state/c_abi_test", NULL, 0, NULL) == 0, "exhume");
+    check(resurrect("runs", &runs, RELIC_INT) == 1 && runs == 5, "resurrect");
+    check(bury() == 0 && strcmp(gravesite(), "abi_state/c_abi_test") == 0, "bury");
+  }
 
   if (failures == 0) printf("c_abi_test: ok\n");
   return failures == 0 ? 0 : 1;

@@ -5,6 +5,7 @@
 #include "corvel/arr.h"
 #include "corvel/elog.h"
 #include "corvel/files.h"
+#include "corvel/grave.h"
 #include "corvel/pf.h"
 #include "corvel/port.h"
 #include "corvel/tbl.h"

@@ -50,7 +50,13 @@ void *std_dlopen(const char *name) {
 void show_fault(void *info, void *context) {
   const siginfo_t *si = static_cast<const siginfo_t *>(info);
   if (si == nullptr) return;
-  fprintf(stderr, "\tsignal %d, code %d, fault address %p\n", si->si_signo, si->si_code,
-          si->si_addr);
+  if (si->si_code <= 0) {
+    // Sent by a process (kill, raise, sigqueue): there is no faulting address.
+    fprintf(stderr, "\tsignal %d, code %d, sent by process %ld\n", si->si_signo, si->si_code,
+            static_cast<long>(si->si_pid));
+  } else {
+    fprintf(stderr, "\tsignal %d, code %d, fault address %p\n", si->si_signo, si->si_code,
+            si->si_addr);
+  }
   (void)context;
 }

@@ -141,6 +141,29 @@ CORVEL_API void elog_debugger(void);
 /* Passes a message to the remote log service named name (the "orb:" destinations). */
 CORVEL_API void call_orbelog(const char *name, const char *program, const char *text);
 
+/* Configuration. The built-in tags, delivery lists and debugger commands, by severity; the
+ * debugger table itself starts empty, and its defaults are what a configuration that asks for
+ * a debugger without naming one gets. */
+CORVEL_API extern const char *const Tag_default[ELOG_NSEVERITY];
+CORVEL_API extern const char *const Deliver_default[ELOG_NSEVERITY];
+CORVEL_API extern const char *const Debug_default[ELOG_NSEVERITY];
+/* Fills a table from the value of ELOG_DELIVER, ELOG_TAG or ELOG_DEBUG: "text@letters" gives
+ * the text to the severities named by the letters (l D n a c d f), groups are separated by
+ * blanks, a backslash takes the next character literally, and a value or trailing part without
+ * '@' goes to every severity. A null value (the variable is unset) with fill_defaults nonzero
+ * gives each empty slot its default. */
+CORVEL_API void elog_fill_from_env(const char *value, char table[][ELOG_SLOT_SIZE],
+                                   const char *const *defaults, int fill_defaults);
+/* Fills a table from the array at key, keyed by severity name; a name the array lacks gets its
+ * default. A key the tree lacks leaves the table alone; a value of another type is reported
+ * on stderr and ignored. */
+struct Pf;
+CORVEL_API void elog_fill_from_pf(struct Pf *pf, const char *key, char table[][ELOG_SLOT_SIZE],
+                                  const char *const *defaults);
+/* Turns on stack traces after the messages of the severities whose letters the environment
+ * variable holds: l D n c d, and a or f for faults. */
+CORVEL_API void elog_setup_show_stack(const char *variable_name);
+
 /* Crash-signal handlers: a handler receives the signal number, its siginfo_t and its
  * ucontext_t. The list names signals separated by colons, with or without "SIG"; "null"
  * intercepts nothing. Each handler runs once, then the signal's default action is restored. */
@@ -149,7 +172,8 @@ CORVEL_API void setup_fault_handlers(Fault_handler_fn handler, const char *list)
 /* Intercepts the listed signals with the log's own fault report. */
 CORVEL_API void elog_setup_fault_handler(const char *list);
 
-/* Writes the graveyard's values; -1 while there is no graveyard. */
+/* Writes every relic of the graveyard (corvel/grave.h) to its state file: 0, or -1 on failure
+ * or while there is no graveyard. */
 CORVEL_API int bury(void);
 
 /* Fortran twins: flags and texts by reference, text lengths last. */
