@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -402,6 +403,52 @@ TEST_F(ElogTest, StackMarkerPrintsATrace) {
   std::string out = testing::internal::GetCapturedStderr();
   EXPECT_EQ(out.rfind(Tagged("*stack* where am I\n"), 0), 0u);
   EXPECT_GT(out.size(), Tagged("*stack* where am I\n").size());
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(ElogDeathTest, ADebuggerStartsOnceAndTheProcessThenStopsForIt) {
+  setenv("ELOG_WAIT", "0", 1);
+  setenv("ELOG_DEBUG", "false@c", 1);
+  EXPECT_EXIT(
+      {
+        elog_init(0, nullptr);
+        elog_complain(0, "x");
+      },
+      ::testing::ExitedWithCode(1),
+      "^elog_test: x\nRunning debugger: 'false'\nCan't run debugger 'false'\n$");
+
+  setenv("ELOG_DEBUG", "kill -0 %p@c", 1);
+  pid_t pid = fork();
+  if (pid == 0) {
+    elog_init(0, nullptr);
+    elog_complain(0, "started");
+    elog_complain(0, "stopped");
+    _exit(Debugger_running ? 0 : 2);
+  }
+  int status;
+  ASSERT_EQ(waitpid(pid, &status, WUNTRACED), pid);
+  EXPECT_TRUE(WIFSTOPPED(status));
+  kill(pid, SIGCONT);
+  ASSERT_EQ(waitpid(pid, &status, 0), pid);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  unsetenv("ELOG_DEBUG");
+  unsetenv("ELOG_WAIT");
+}
+
+TEST_F(ElogDeathTest, AMissingRemoteLogIsReportedOnceAndStderrTakesItsMessages) {
+  EXPECT_EXIT(
+      {
+        elog_set(ELOG_DELIVER, ELOG_COMPLAIN, const_cast<char *>("orb:acq"));
+        elog_complain(0, "one");
+        elog_complain(0, "two");
+        exit(0);
+      },
+      ::testing::ExitedWithCode(0),
+      "^Can't dynamically load library orb, error messages will be written to stderr.\n"
+      "elog_test: elog_test: one\n\nelog_test: elog_test: two\n\n$");
 }
 
 }  // namespace
