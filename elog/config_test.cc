@@ -11,6 +11,7 @@
 #include "corvel/elog.h"
 #include "corvel/pf.h"
 #include "elog/internal.h"
+#include "pf/test_dir.h"
 
 namespace {
 
@@ -123,18 +124,9 @@ void ExitComparing(const Settings &expected) {
 
 // Tests that set the log up afresh do it in a child, from the state of a process that has not
 // set it up yet, with only the given configuration in the environment.
-class ElogFirstInitTest : public ::testing::Test {
+class ElogFirstInitTest : public corvel::pf::TempDirTest {
  protected:
-  void SetUp() override {
-    char dir[] = "/tmp/elog_configXXXXXX";
-    ASSERT_NE(mkdtemp(dir), nullptr);
-    dir_ = dir;
-  }
-  void TearDown() override {
-    unlink((dir_ + "/elog.pf").c_str());
-    rmdir(dir_.c_str());
-  }
-  void WriteFile(const std::string &text) const { std::ofstream(dir_ + "/elog.pf") << text; }
+  void WriteFile(const std::string &text) const { Write("elog.pf", text); }
 
   // In the child: starts the log with PFPATH at the directory (or path) and the variables.
   void Start(const std::vector<std::pair<const char *, const char *>> &variables,
@@ -144,7 +136,7 @@ class ElogFirstInitTest : public ::testing::Test {
       unsetenv(name);
     }
     for (const auto &v : variables) setenv(v.first, v.second, 1);
-    setenv("PFPATH", path != nullptr ? path : dir_.c_str(), 1);
+    setenv("PFPATH", path != nullptr ? path : root_.c_str(), 1);
     for (int s = 0; s < ELOG_NSEVERITY; s++) {
       CopySlot(corvel::elog::g_deliver[s], Deliver_default[s]);
       CopySlot(corvel::elog::g_tag[s], Tag_default[s]);
@@ -156,7 +148,6 @@ class ElogFirstInitTest : public ::testing::Test {
     elog_init(0, nullptr);
   }
 
-  std::string dir_;
 };
 
 TEST_F(ElogFirstInitTest, TheShippedFileGivesTheBuiltInSettings) {
