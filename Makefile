@@ -34,6 +34,8 @@ run: build
 	@rm -f $(BUILD)/state/graveyard
 	@echo '$$ graveyard; graveyard'
 	@cd $(BUILD) && ./graveyard && sleep 1 && ./graveyard
+	@echo '$$ VELMORA=$$PWD typed_echo'
+	@VELMORA=$(CURDIR) $(BUILD)/typed_echo
 
 test: test-plain test-sanitize test-abi
 

@@ -3,9 +3,11 @@
 #define CORVEL_H
 
 #include "corvel/arr.h"
+#include "corvel/bns.h"
 #include "corvel/elog.h"
 #include "corvel/files.h"
 #include "corvel/grave.h"
+#include "corvel/net.h"
 #include "corvel/pf.h"
 #include "corvel/port.h"
 #include "corvel/tbl.h"

@@ -1,4 +1,5 @@
-/* Platform helpers: current time, the running program, the host, stack traces, hooks. */
+/* Platform helpers: current time, the running program, the host, stack traces, byte order,
+ * hooks. */
 #ifndef CORVEL_PORT_H
 #define CORVEL_PORT_H
 
@@ -33,6 +34,27 @@ CORVEL_API int std_set_timer(double seconds, void (*handler)(int));
 CORVEL_API int is_nfs(const char *path);
 /* Prints the calling thread's stack to stream. */
 CORVEL_API void show_stack_trace(FILE *stream);
+
+/* Byte-order converters between host values and their big-endian wire form. Each takes the
+ * address of the wire-side pointer, which it advances past the n elements converted, the
+ * host-side pointer and the element count. Neither pointer needs any alignment; wire and host
+ * may be the same memory, not otherwise overlapping. Host to wire: hs2ms (2-byte integers),
+ * hi2mi and uhi2mi (4-byte integers), hl2ml (8-byte integers), hf2mf (floats), hd2md
+ * (doubles), H2N4 (any 4-byte values); wire to host: the reverse names. */
+CORVEL_API void hs2ms(char **wire, const void *host, long n);
+CORVEL_API void ms2hs(char **wire, void *host, long n);
+CORVEL_API void hi2mi(char **wire, const void *host, long n);
+CORVEL_API void mi2hi(char **wire, void *host, long n);
+CORVEL_API void uhi2mi(char **wire, const void *host, long n);
+CORVEL_API void umi2hi(char **wire, void *host, long n);
+CORVEL_API void hl2ml(char **wire, const void *host, long n);
+CORVEL_API void ml2hl(char **wire, void *host, long n);
+CORVEL_API void hf2mf(char **wire, const void *host, long n);
+CORVEL_API void mf2hf(char **wire, void *host, long n);
+CORVEL_API void hd2md(char **wire, const void *host, long n);
+CORVEL_API void md2hd(char **wire, void *host, long n);
+CORVEL_API void H2N4(char **wire, const void *host, long n);
+CORVEL_API void N2H4(char **wire, void *host, long n);
 
 /* Prints where a fault happened, from a signal's siginfo_t and ucontext_t. */
 CORVEL_API void show_fault(void *info, void *context);
