@@ -1,8 +1,6 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
-#include <string>
 #include <vector>
 
 #include "corvel/elog.h"
@@ -58,7 +56,7 @@ class PortNameTest : public corvel::pf::TempDirTest {
   }
 };
 
-TEST_F(PortNameTest, NumbersByName) {
+TEST_F(PortNameTest, NumbersByNameNamesByNumberAndServerNames) {
   EXPECT_EQ(Port("status"), "6540 state of health");
   EXPECT_EQ(Port("hexed"), "6518");
   EXPECT_EQ(Port("octal"), "6519");
@@ -87,9 +85,7 @@ TEST_F(PortNameTest, NumbersByName) {
   EXPECT_EQ(
       Names(zq_portnames(), false),
       (std::vector<std::string>{"big", "emulate", "hexed", "nested", "octal", "status", "twin"}));
-}
 
-TEST_F(PortNameTest, ServerNames) {
   EXPECT_EQ(Server("archive.local", "status"), "0 archive.local 6540 state of health");
   EXPECT_EQ(Server("archive.local:hexed", "status"), "0 archive.local 6518 ");
   EXPECT_EQ(Server(":6510:why", "status"), "0 localhost 6510 why");
