@@ -4,7 +4,8 @@
 # "fuzz", also what `make fuzz` needs: clang and its runtime libraries, libFuzzer among them.
 set -e
 packages="g++ gcc make cmake pkg-config zlib1g-dev libgtest-dev libgmock-dev libbenchmark-dev
-gfortran tzdata flex libglib2.0-dev python3"
+gfortran tzdata flex libglib2.0-dev python3 libssl-dev libisal-dev libdeflate-dev libmseed-dev
+bzip2 ncompress"
 [ "${1:-}" = fuzz ] && packages="$packages clang libclang-rt-dev"
 missing=""
 for p in $packages; do

@@ -20,6 +20,8 @@ struct Command {
 constexpr Command kCommands[] = {
     {"pf", "print parameter files as programs read them, one value of them, or check them",
      corvel::tools::PfCommand},
+    {"sum", "checksums and digests of files: CRCs, Adler-32, MD4, MD5, SHA-1",
+     corvel::tools::SumCommand},
     {"time", "convert times typed by people into epochs, and epochs into text",
      corvel::tools::TimeCommand},
 };
