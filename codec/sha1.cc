@@ -2,6 +2,7 @@
 //
 // Whole blocks go through the processor's SHA instructions when it has them (checked once at
 // run time), otherwise through the portable rounds; both give the same words.
+#include <cpuid.h>
 #include <immintrin.h>
 #include <stddef.h>
 #include <stdint.h>
@@ -108,8 +109,10 @@ __attribute__((target("sha,sse4.1,ssse3"))) void BlocksSha(uint32_t h[5], const 
 bool HaveSha() {
   static const bool have = [] {
     __builtin_cpu_init();  // may run before the library's constructors
-    return __builtin_cpu_supports("sha") && __builtin_cpu_supports("sse4.1") &&
-           __builtin_cpu_supports("ssse3");
+    // Not every compiler knows "sha" as a feature name: the processor says it in leaf 7.
+    unsigned int a, b, c, d;
+    const bool sha = __get_cpuid_count(7, 0, &a, &b, &c, &d) && (b & (1u << 29)) != 0;
+    return sha && __builtin_cpu_supports("sse4.1") && __builtin_cpu_supports("ssse3");
   }();
   return have && !PortableChecksumsForced();
 }
