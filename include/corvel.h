@@ -5,6 +5,7 @@
 #include "corvel/arr.h"
 #include "corvel/bns.h"
 #include "corvel/checksum.h"
+#include "corvel/codec.h"
 #include "corvel/elog.h"
 #include "corvel/files.h"
 #include "corvel/grave.h"
