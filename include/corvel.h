@@ -9,6 +9,7 @@
 #include "corvel/elog.h"
 #include "corvel/files.h"
 #include "corvel/grave.h"
+#include "corvel/gzopen.h"
 #include "corvel/net.h"
 #include "corvel/pf.h"
 #include "corvel/port.h"
