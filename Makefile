@@ -36,6 +36,10 @@ run: build
 	@cd $(BUILD) && ./graveyard && sleep 1 && ./graveyard
 	@echo '$$ VELMORA=$$PWD typed_echo'
 	@VELMORA=$(CURDIR) $(BUILD)/typed_echo
+	@echo '$$ corvel sum -a crc32 examples/quickstart.pf'
+	@$(BUILD)/corvel sum -a crc32 examples/quickstart.pf
+	@echo '$$ seq -50000 997 50000 | corvel codec encode -f gen | corvel codec stats -f gen -'
+	@seq -50000 997 50000 | $(BUILD)/corvel codec encode -f gen | $(BUILD)/corvel codec stats -f gen -
 
 test: test-plain test-sanitize test-abi
 

@@ -103,6 +103,30 @@ int main(int argc, char **argv) {
     check(bury() == 0 && strcmp(gravesite(), "abi_state/c_abi_test") == 0, "bury");
   }
 
+  {
+    /* Samples through two codecs and back; a digest and a CRC of known answers. */
+    int samples[21] = {0, 1, -1, 70000, -70000, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 5, 9};
+    unsigned char *coded = NULL;
+    int *decoded = NULL, ncoded = 0, size = 0, ndecoded = 0, dsize = 0;
+    char hex[33];
+    uint32_t crc = 0xFFFFFFFF;
+    check(gencompress(&coded, &ncoded, &size, samples, 21, 0) == 0 &&
+              genuncompress(&decoded, &ndecoded, &dsize, coded, ncoded) == 0 && ndecoded == 21 &&
+              memcmp(decoded, samples, sizeof samples) == 0,
+          "gencompress");
+    free(coded), free(decoded);
+    coded = NULL, decoded = NULL, size = dsize = ndecoded = 0;
+    check(ccanada(samples, 21, &coded, &ncoded, &size) == 0 &&
+              ucanada(coded, ncoded, &decoded, &ndecoded, &dsize) == 0 && ndecoded == 20 &&
+              memcmp(decoded, samples, sizeof samples) == 0,
+          "ccanada");
+    free(coded), free(decoded);
+    mdhex(hex, "abc", 3);
+    check(strcmp(hex, "900150983cd24fb0d6963f7d28e17f72") == 0, "mdhex");
+    zq_crc32(&crc, "123456789", 9);
+    check(crc == 0x0376E6E7u, "zq_crc32");
+  }
+
   if (failures == 0) printf("c_abi_test: ok\n");
   return failures == 0 ? 0 : 1;
 }

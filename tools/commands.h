@@ -13,6 +13,7 @@ constexpr int kUsageError = 2;
 
 inline bool IsHelp(const char *arg) { return strcmp(arg, "--help") == 0 || strcmp(arg, "-h") == 0; }
 
+int CodecCommand(int argc, char **argv);
 int PfCommand(int argc, char **argv);
 int SumCommand(int argc, char **argv);
 int TimeCommand(int argc, char **argv);

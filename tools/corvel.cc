@@ -18,6 +18,8 @@ struct Command {
 };
 
 constexpr Command kCommands[] = {
+    {"codec", "samples into and out of the waveform formats: gen, canada, cm6, ucsd",
+     corvel::tools::CodecCommand},
     {"pf", "print parameter files as programs read them, one value of them, or check them",
      corvel::tools::PfCommand},
     {"sum", "checksums and digests of files: CRCs, Adler-32, MD4, MD5, SHA-1",
