@@ -61,8 +61,12 @@ void BlocksPortable(uint32_t h[5], const unsigned char *p, size_t blocks) {
   if ((g) >= 1 && (g) <= 16) m[((g) + 3) % 4] = _mm_sha1msg1_epu32(m[((g) + 3) % 4], m[(g) % 4]); \
   if ((g) >= 2 && (g) <= 17) m[((g) + 2) % 4] = _mm_xor_si128(m[((g) + 2) % 4], m[(g) % 4])
 
-__attribute__((target("sha,sse4.1,ssse3"))) void BlocksSha(uint32_t h[5], const unsigned char *p,
-                                                           size_t blocks) {
+// Compiled with the AVX encodings of the vector moves and shuffles: legacy SSE code that runs
+// after wide vector code (CRC folds, other libraries) is slowed down by the registers' dirty
+// upper halves, the VEX forms are not. A processor with the SHA instructions but without AVX
+// takes the portable rounds.
+__attribute__((target("sha,avx"))) void BlocksSha(uint32_t h[5], const unsigned char *p,
+                                                  size_t blocks) {
   // Big-endian words with the first in the top lane, as the instructions take them.
   const __m128i reverse = _mm_set_epi64x(0x0001020304050607ll, 0x08090a0b0c0d0e0fll);
   __m128i abcd = _mm_shuffle_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i *>(h)), 0x1B);
@@ -112,7 +116,7 @@ bool HaveSha() {
     // Not every compiler knows "sha" as a feature name: the processor says it in leaf 7.
     unsigned int a, b, c, d;
     const bool sha = __get_cpuid_count(7, 0, &a, &b, &c, &d) && (b & (1u << 29)) != 0;
-    return sha && __builtin_cpu_supports("sse4.1") && __builtin_cpu_supports("ssse3");
+    return sha && __builtin_cpu_supports("avx");
   }();
   return have && !PortableChecksumsForced();
 }
