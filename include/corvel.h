@@ -13,6 +13,7 @@
 #include "corvel/net.h"
 #include "corvel/pf.h"
 #include "corvel/port.h"
+#include "corvel/ring.h"
 #include "corvel/tbl.h"
 #include "corvel/text.h"
 #include "corvel/time.h"

@@ -15,6 +15,7 @@ inline bool IsHelp(const char *arg) { return strcmp(arg, "--help") == 0 || strcm
 
 int CodecCommand(int argc, char **argv);
 int PfCommand(int argc, char **argv);
+int RingCommand(int argc, char **argv);
 int SumCommand(int argc, char **argv);
 int TimeCommand(int argc, char **argv);
 

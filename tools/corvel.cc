@@ -22,6 +22,8 @@ constexpr Command kCommands[] = {
      corvel::tools::CodecCommand},
     {"pf", "print parameter files as programs read them, one value of them, or check them",
      corvel::tools::PfCommand},
+    {"ring", "ring files of readings: create one, push readings, show their statistics",
+     corvel::tools::RingCommand},
     {"sum", "checksums and digests of files: CRCs, Adler-32, MD4, MD5, SHA-1",
      corvel::tools::SumCommand},
     {"time", "convert times typed by people into epochs, and epochs into text",
