@@ -17,5 +17,6 @@
 #include "corvel/tbl.h"
 #include "corvel/text.h"
 #include "corvel/time.h"
+#include "corvel/units.h"
 
 #endif

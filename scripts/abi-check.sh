@@ -38,4 +38,7 @@ found=$(cd "$out" && env -u PFPATH -u VELMORA "$prefix/bin/corvel" pf --files ti
 format=$(cd "$out" && env -u PFPATH -u VELMORA "$prefix/bin/corvel" pf time_formats 'european{date}')
 [ "$found" = "$prefix/data/pf/time_formats.pf" ] && [ "$format" = "%d/%m/%Y" ] ||
   { echo "installed time_formats.pf not found: '$found' '$format'"; exit 1; }
+# ... and the shipped units table.
+converted=$(cd "$out" && env -u UNITS -u DATAPATH -u VELMORA "$prefix/bin/corvel" units 36 km/hour m/s)
+[ "$converted" = "10 m/s" ] || { echo "installed units table not found: '$converted'"; exit 1; }
 echo "abi: C99 and Fortran programs passed; the installed data files are found"

@@ -5,7 +5,7 @@
 set -e
 packages="g++ gcc make cmake pkg-config zlib1g-dev libgtest-dev libgmock-dev libbenchmark-dev
 gfortran tzdata flex libglib2.0-dev python3 libssl-dev libisal-dev libdeflate-dev libmseed-dev
-bzip2 ncompress"
+bzip2 ncompress bison libudunits2-dev"
 [ "${1:-}" = fuzz ] && packages="$packages clang libclang-rt-dev"
 missing=""
 for p in $packages; do

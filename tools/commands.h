@@ -18,6 +18,7 @@ int PfCommand(int argc, char **argv);
 int RingCommand(int argc, char **argv);
 int SumCommand(int argc, char **argv);
 int TimeCommand(int argc, char **argv);
+int UnitsCommand(int argc, char **argv);
 
 }  // namespace tools
 }  // namespace corvel

@@ -28,6 +28,8 @@ constexpr Command kCommands[] = {
      corvel::tools::SumCommand},
     {"time", "convert times typed by people into epochs, and epochs into text",
      corvel::tools::TimeCommand},
+    {"units", "values from one unit of measure to another, and the units compatible with one",
+     corvel::tools::UnitsCommand},
 };
 
 void PrintUsage(FILE *stream) {
