@@ -40,6 +40,8 @@ run: build
 	@$(BUILD)/corvel sum -a crc32 examples/quickstart.pf
 	@echo '$$ seq -50000 997 50000 | corvel codec encode -f gen | corvel codec stats -f gen -'
 	@seq -50000 997 50000 | $(BUILD)/corvel codec encode -f gen | $(BUILD)/corvel codec stats -f gen -
+	@echo '$$ VELMORA=$$PWD corvel units 36 km/hour m/s'
+	@VELMORA=$(CURDIR) $(BUILD)/corvel units 36 km/hour m/s
 
 test: test-plain test-sanitize test-abi
 

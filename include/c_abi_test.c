@@ -127,6 +127,22 @@ int main(int argc, char **argv) {
     check(crc == 0x0376E6E7u, "zq_crc32");
   }
 
+  {
+    /* A ring of three readings, mapped from its file. */
+    char id[64] = "abi ring";
+    Ring *ring;
+    int n = 0;
+    double mean = 0, stdev = 0;
+    remove("abi_ring");
+    ring = openring("abi_ring", id, 8, 0);
+    check(ring != NULL && pushring(ring, 1.0, 2.0) == 0 && pushring(ring, 2.0, 4.0) == 0 &&
+              pushring(ring, 3.0, 6.0) == 0 && countring(ring) == 3,
+          "pushring");
+    check(ring != NULL && meanring(ring, &n, &mean, &stdev, 10.0) == 0 && n == 3 && mean == 4.0,
+          "meanring");
+    if (ring != NULL) check(rmring(ring) == 0, "rmring");
+  }
+
   if (failures == 0) printf("c_abi_test: ok\n");
   return failures == 0 ? 0 : 1;
 }
