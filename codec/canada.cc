@@ -12,6 +12,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "codec/big_endian.h"
 #include "corvel/codec.h"
 #include "corvel/elog.h"
 
@@ -32,23 +33,6 @@ constexpr int kWidth[16] = {4, 6, 8, 10, 12, 14, 16, 18, 4, 8, 12, 16, 20, 24, 2
 // by eight bytes from 12 bytes into the group.
 constexpr int kMaxBlockBytes = kGroups * kGroup * 4;
 constexpr int kBlockReach = kMaxBlockBytes - 16 + 12 + 8;
-
-uint32_t LoadBe32(const unsigned char *p) {
-  uint32_t v;
-  memcpy(&v, p, 4);
-  return __builtin_bswap32(v);
-}
-
-uint64_t LoadBe64(const unsigned char *p) {
-  uint64_t v;
-  memcpy(&v, p, 8);
-  return __builtin_bswap64(v);
-}
-
-void StoreBe32(unsigned char *p, uint32_t v) {
-  v = __builtin_bswap32(v);
-  memcpy(p, &v, 4);
-}
 
 unsigned Key(const unsigned char *keys, int64_t block) {
   return static_cast<unsigned>(keys[2 * block] << 8 | keys[2 * block + 1]);

@@ -12,6 +12,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include "codec/big_endian.h"
 #include "corvel/codec.h"
 #include "corvel/elog.h"
 
@@ -28,28 +29,11 @@ constexpr int kRunBlocks = 256;
 // The largest buffer the int sizes can describe, kept to whole samples.
 constexpr int64_t kLargestBuffer = INT_MAX & ~3;
 
-void Put32(unsigned char *p, uint32_t v) {
-  v = __builtin_bswap32(v);
-  memcpy(p, &v, 4);
-}
-
-uint32_t Get32(const unsigned char *p) {
-  uint32_t v;
-  memcpy(&v, p, 4);
-  return __builtin_bswap32(v);
-}
-
-uint64_t Get64(const unsigned char *p) {
-  uint64_t v;
-  memcpy(&v, p, 8);
-  return __builtin_bswap64(v);
-}
-
 // The eight bytes at p when fewer than eight may be left: the missing ones read as zeros.
-uint64_t Get64Near(const unsigned char *p, size_t left) {
+uint64_t LoadBe64Near(const unsigned char *p, size_t left) {
   unsigned char b[8] = {0};
   memcpy(b, p, left < 8 ? left : 8);
-  return Get64(b);
+  return LoadBe64(b);
 }
 
 // The block's width: the bit length of its largest magnitude, 31 from 2^30 up (the most
@@ -79,7 +63,7 @@ unsigned char *PackBlock(unsigned char *p, const int *x, int k, int w) {
     held += nb;
     if (held >= 32) {
       held -= 32;
-      Put32(p, static_cast<uint32_t>(acc >> held));
+      StoreBe32(p, static_cast<uint32_t>(acc >> held));
       p += 4;
     }
   }
@@ -174,7 +158,7 @@ void UnpackBlock(const unsigned char *p, size_t left, int nb, int k, int *dst) {
   uint64_t bit = 0;
   for (int i = 0; i < k; i++, bit += nb) {
     const size_t at = bit >> 3;
-    const uint64_t word = kNearEnd ? Get64Near(p + at, left - at) : Get64(p + at);
+    const uint64_t word = kNearEnd ? LoadBe64Near(p + at, left - at) : LoadBe64(p + at);
     dst[i] = static_cast<int>(static_cast<int64_t>(word << (bit & 7)) >> drop);
   }
 }
@@ -201,17 +185,17 @@ class Decoder {
   // Decodes every segment; false when the output could not grow.
   bool Segments() {
     if (nin_ < 4) return true;
-    const int first = static_cast<int>(Get32(in_));
+    const int first = static_cast<int>(LoadBe32(in_));
     if (first < 1) return true;
     if (first == 1) {  // the sample stands alone and nothing after it is read
       if (nin_ < 8) return true;
       if (!Reserve(1)) return false;
-      (*out_)[count_++] = static_cast<int>(Get32(in_ + 4));
+      (*out_)[count_++] = static_cast<int>(LoadBe32(in_ + 4));
       return true;
     }
     // Later segments are read as blocked ones whatever their count.
     for (int64_t pos = 0; nin_ - pos >= kHeader;) {
-      const int n = static_cast<int>(Get32(in_ + pos));
+      const int n = static_cast<int>(LoadBe32(in_ + pos));
       const int block = in_[pos + 4] != 0 ? in_[pos + 4] : kLargestBlock;
       pos += kHeader;
       for (int64_t remaining = n; remaining > 0;) {
@@ -277,13 +261,13 @@ class Decoder {
 int gencompress(unsigned char **out, int *nout, int *size, const int *data, int n, int blocksize) {
   corvel::codec::Encoder encoder(out, size);
   if (!encoder.Start(n, n < 1 ? 4 : 8)) return -1;
-  corvel::codec::Put32(*out, static_cast<uint32_t>(n));
+  corvel::codec::StoreBe32(*out, static_cast<uint32_t>(n));
   if (n < 1) {
     *nout = 4;
     return 0;
   }
   if (n == 1) {
-    corvel::codec::Put32(*out + 4, static_cast<uint32_t>(data[0]));
+    corvel::codec::StoreBe32(*out + 4, static_cast<uint32_t>(data[0]));
     *nout = 8;
     return 0;
   }

@@ -8,6 +8,7 @@
 #include <stdint.h>
 #include <string.h>
 
+#include "codec/big_endian.h"
 #include "corvel/checksum.h"
 
 namespace corvel {
@@ -19,16 +20,10 @@ namespace {
 
 uint32_t Rotl(uint32_t x, int c) { return (x << c) | (x >> (32 - c)); }
 
-uint32_t LoadBig(const unsigned char *p) {
-  uint32_t v;
-  memcpy(&v, p, 4);
-  return __builtin_bswap32(v);
-}
-
 void BlocksPortable(uint32_t h[5], const unsigned char *p, size_t blocks) {
   for (; blocks > 0; blocks--, p += 64) {
     uint32_t w[16];
-    for (int i = 0; i < 16; i++) w[i] = LoadBig(p + 4 * i);
+    for (int i = 0; i < 16; i++) w[i] = LoadBe32(p + 4 * i);
     uint32_t a = h[0], b = h[1], c = h[2], d = h[3], e = h[4];
     // The schedule is kept as a ring of 16 words, each made when its round comes.
     auto round = [&](int t, uint32_t f, uint32_t k) {

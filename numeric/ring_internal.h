@@ -45,6 +45,15 @@ inline long RingSlots(const Ring *ring) {
   return static_cast<long>((ring->length - sizeof(Ring_header)) / sizeof(Ring_entry));
 }
 
+// The count and newest index as a reader may use them, whatever a writer or a damaged file left
+// in the header: the count within 0..capacity, the newest index taken modulo the capacity.
+template <typename T>
+void BoundCountAndNewest(T capacity, T count, T newest, T *bounded_count, T *bounded_newest) {
+  *bounded_count = count < 0 ? 0 : count > capacity ? capacity : count;
+  newest %= capacity;
+  *bounded_newest = newest < 0 ? newest + capacity : newest;
+}
+
 // Reads the header's indices: false when the capacity no longer fits the mapping (someone has
 // rewritten the header). The count is clamped to the capacity and the newest index taken
 // modulo the capacity, so that every slot they name lies inside the mapping.
@@ -52,14 +61,8 @@ inline bool ReadGeometry(const Ring *ring, RingGeometry *g) {
   const Ring_header *h = ring->header;
   g->capacity = LoadShared(&h->capacity);
   if (g->capacity < 1 || g->capacity > RingSlots(ring)) return false;
-  g->count = LoadShared(&h->count);
-  if (g->count < 0) g->count = 0;
-  if (g->count > g->capacity) g->count = g->capacity;
-  g->newest = LoadShared(&h->newest);
-  if (g->newest < 0 || g->newest >= g->capacity) {
-    g->newest %= g->capacity;
-    if (g->newest < 0) g->newest += g->capacity;
-  }
+  BoundCountAndNewest(g->capacity, LoadShared(&h->count), LoadShared(&h->newest), &g->count,
+                      &g->newest);
   return true;
 }
 

@@ -53,14 +53,8 @@ bool ReadRingletGeometry(const Ringlet *ringlet, RingletGeometry *g) {
   g->capacity = LoadShared(&h->capacity);
   if (g->size < 1 || g->capacity < 1) return false;
   if (static_cast<uint64_t>(g->capacity) > RecordBytes(ringlet->length) / g->size) return false;
-  g->count = LoadShared(&h->count);
-  if (g->count < 0) g->count = 0;
-  if (g->count > g->capacity) g->count = g->capacity;
-  g->newest = LoadShared(&h->newest);
-  if (g->newest < 0 || g->newest >= g->capacity) {
-    g->newest %= g->capacity;
-    if (g->newest < 0) g->newest += g->capacity;
-  }
+  BoundCountAndNewest(g->capacity, LoadShared(&h->count), LoadShared(&h->newest), &g->count,
+                      &g->newest);
   return true;
 }
 

@@ -1,4 +1,4 @@
-// For the parameter-file tests: a fresh directory for each test, and files written into it.
+// For the tests that work with files: a fresh directory for each test, and files written into it.
 #ifndef CORVEL_PF_TEST_DIR_H_
 #define CORVEL_PF_TEST_DIR_H_
 
@@ -24,10 +24,11 @@ class TempDirTest : public ::testing::Test {
     ASSERT_EQ(system(("rm -rf '" + root_ + "'").c_str()), 0);
   }
   std::string Path(const std::string &name) const { return root_ + "/" + name; }
+  // Writes the bytes as they are, NULs included.
   void Write(const std::string &name, const std::string &text) const {
-    FILE *f = fopen(Path(name).c_str(), "w");
+    FILE *f = fopen(Path(name).c_str(), "wb");
     ASSERT_NE(f, nullptr);
-    fputs(text.c_str(), f);
+    fwrite(text.data(), 1, text.size(), f);
     fclose(f);
   }
   std::string root_;

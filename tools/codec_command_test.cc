@@ -6,6 +6,7 @@
 #include <random>
 #include <string>
 
+#include "pf/test_dir.h"
 #include "tools/run_corvel.h"
 
 namespace {
@@ -13,22 +14,11 @@ namespace {
 using corvel::tools::Result;
 using corvel::tools::RunCorvel;
 
-class CodecCommandTest : public ::testing::Test {
+class CodecCommandTest : public corvel::pf::TempDirTest {
  protected:
-  void SetUp() override {
-    char dir[] = "/tmp/corvel_codec.XXXXXX";
-    ASSERT_NE(mkdtemp(dir), nullptr);
-    dir_ = dir;
-  }
-  void TearDown() override {
-    std::string command = "rm -rf " + dir_;
-    ASSERT_EQ(system(command.c_str()), 0);
-  }
-  std::string Path(const char *name) const { return dir_ + "/" + name; }
-  std::string Write(const char *name, const std::string &bytes) {
-    FILE *file = fopen(Path(name).c_str(), "wb");
-    fwrite(bytes.data(), 1, bytes.size(), file);
-    fclose(file);
+  // Writes a file and gives its path.
+  std::string Put(const char *name, const std::string &bytes) {
+    Write(name, bytes);
     return Path(name);
   }
   std::string Read(const char *name) {
@@ -37,7 +27,6 @@ class CodecCommandTest : public ::testing::Test {
     if (file) fclose(file);
     return bytes;
   }
-  std::string dir_;
 };
 
 // Samples of every size class, a multiple of 20 plus one so that every format takes them.
@@ -53,7 +42,7 @@ std::string SampleText(int n) {
 
 TEST_F(CodecCommandTest, EveryFormatRoundTripsThroughFilesAndPipes) {
   const std::string text = SampleText(201);
-  const std::string in = Write("samples.txt", text);
+  const std::string in = Put("samples.txt", text);
   for (const char *format : {"gen", "canada", "cm6", "ucsd"}) {
     SCOPED_TRACE(format);
     Result r = RunCorvel(std::string("codec encode -f ") + format + " " + in + " " + Path("coded"));
@@ -78,7 +67,7 @@ TEST_F(CodecCommandTest, EveryFormatRoundTripsThroughFilesAndPipes) {
 }
 
 TEST_F(CodecCommandTest, StatsOfACodedFile) {
-  Write("samples.txt", "5\n-3\n\n  12\n0\n");
+  Put("samples.txt", "5\n-3\n\n  12\n0\n");
   Result r = RunCorvel("codec encode -f cm6 " + Path("samples.txt") + " " + Path("coded"));
   ASSERT_EQ(r.status, 0);
   const std::string coded = Read("coded");
@@ -91,18 +80,18 @@ TEST_F(CodecCommandTest, StatsOfACodedFile) {
 }
 
 TEST_F(CodecCommandTest, BadSamplesAndBadCodingAreReported) {
-  Result r = RunCorvel("codec encode -f gen " + Write("bad.txt", "1\n2\n3x\n"), true);
+  Result r = RunCorvel("codec encode -f gen " + Put("bad.txt", "1\n2\n3x\n"), true);
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.err, "corvel codec: " + Path("bad.txt") + ": line 3: not a 32-bit integer: '3x'\n");
-  r = RunCorvel("codec encode -f gen " + Write("big.txt", "2147483648\n"), true);
+  r = RunCorvel("codec encode -f gen " + Put("big.txt", "2147483648\n"), true);
   EXPECT_EQ(r.status, 1);
-  r = RunCorvel("codec encode -f canada " + Write("25.txt", SampleText(25)), true);
+  r = RunCorvel("codec encode -f canada " + Put("25.txt", SampleText(25)), true);
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.err, "corvel: ccanada: nsamp not a multiple of 20.\ncorvel codec: ccanada failed\n");
-  r = RunCorvel("codec decode -f cm6 " + Write("nochk.txt", "+-+\n"), true);
+  r = RunCorvel("codec decode -f cm6 " + Put("nochk.txt", "+-+\n"), true);
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.err, "corvel codec: um6 failed\n");
-  r = RunCorvel("codec encode --binary -f gen " + Write("odd.bin", "abcde"), true);
+  r = RunCorvel("codec encode --binary -f gen " + Put("odd.bin", "abcde"), true);
   EXPECT_EQ(r.err, "corvel codec: " + Path("odd.bin") +
                        ": 5 bytes is not a whole number of 32-bit samples\n");
   EXPECT_EQ(RunCorvel("codec encode -f steim2 " + Path("odd.bin")).status, 2);

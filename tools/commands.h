@@ -13,6 +13,10 @@ constexpr int kUsageError = 2;
 
 inline bool IsHelp(const char *arg) { return strcmp(arg, "--help") == 0 || strcmp(arg, "-h") == 0; }
 
+// Reads a time given on a command line: a number is an epoch, anything else goes to the time
+// parser, whose message goes to stderr when it fails.
+bool ReadTime(const char *text, double *epoch);
+
 int CodecCommand(int argc, char **argv);
 int PfCommand(int argc, char **argv);
 int RingCommand(int argc, char **argv);

@@ -39,17 +39,6 @@ const char kRingUsage[] =
     "\n"
     "A failure is reported on stderr and makes the exit status 1.\n";
 
-// Reads one time: a number is an epoch (even 0, which the parser cannot tell from nothing),
-// anything else goes to the parser, whose message goes to stderr on failure.
-bool ReadTime(const char *text, double *epoch) {
-  char *end;
-  *epoch = strtod(text, &end);
-  if (end != text && *end == '\0') return true;
-  if (zstr2epoch(text, epoch) == 0) return true;
-  elog_flush(1, 0);
-  return false;
-}
-
 bool ReadNumber(const char *text, double *number) {
   char *end;
   errno = 0;

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "corvel/checksum.h"
+#include "pf/test_dir.h"
 #include "tools/run_corvel.h"
 
 namespace {
@@ -14,31 +15,19 @@ namespace {
 using corvel::tools::Result;
 using corvel::tools::RunCorvel;
 
-class SumCommandTest : public ::testing::Test {
+class SumCommandTest : public corvel::pf::TempDirTest {
  protected:
-  void SetUp() override {
-    char dir[] = "/tmp/corvel_sum.XXXXXX";
-    ASSERT_NE(mkdtemp(dir), nullptr);
-    dir_ = dir;
+  // Writes a file and gives its path.
+  std::string Put(const char *name, const std::string &bytes) {
+    Write(name, bytes);
+    return Path(name);
   }
-  void TearDown() override {
-    std::string command = "rm -rf " + dir_;
-    ASSERT_EQ(system(command.c_str()), 0);
-  }
-  std::string Write(const char *name, const std::string &bytes) {
-    std::string path = dir_ + "/" + name;
-    FILE *file = fopen(path.c_str(), "wb");
-    fwrite(bytes.data(), 1, bytes.size(), file);
-    fclose(file);
-    return path;
-  }
-  std::string dir_;
 };
 
 // The usual check values of the text 123456789, for every algorithm, from a file and from the
 // standard input.
 TEST_F(SumCommandTest, CheckValuesOfEveryAlgorithm) {
-  const std::string path = Write("check", "123456789");
+  const std::string path = Put("check", "123456789");
   const struct {
     const char *algorithm, *hex;
   } kCases[] = {
@@ -67,7 +56,7 @@ TEST_F(SumCommandTest, LongFilesReadInPiecesSumAsAWhole) {
   std::string bytes(300001, '\0');
   std::mt19937 rng(5);
   for (char &b : bytes) b = static_cast<char>(rng());
-  const std::string path = Write("long", bytes);
+  const std::string path = Put("long", bytes);
   uint64_t crc64 = 0;
   zq_crc64(&crc64, bytes.data(), bytes.size());
   uint32_t qt = 0;
@@ -87,11 +76,11 @@ TEST_F(SumCommandTest, LongFilesReadInPiecesSumAsAWhole) {
 }
 
 TEST_F(SumCommandTest, MissingFilesAndUnknownAlgorithms) {
-  const std::string path = Write("empty", "");
-  Result r = RunCorvel("sum -a sha1 " + dir_ + "/absent " + path, true);
+  const std::string path = Put("empty", "");
+  Result r = RunCorvel("sum -a sha1 " + root_ + "/absent " + path, true);
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.out, "da39a3ee5e6b4b0d3255bfef95601890afd80709  " + path + "\n");
-  EXPECT_EQ(r.err, "corvel sum: " + dir_ + "/absent: No such file or directory\n");
+  EXPECT_EQ(r.err, "corvel sum: " + root_ + "/absent: No such file or directory\n");
   r = RunCorvel("sum -a crc8 " + path);
   EXPECT_EQ(r.status, 2);
   EXPECT_EQ(r.out.rfind("corvel sum: unknown algorithm 'crc8'\n", 0), 0u);

@@ -31,6 +31,8 @@ const char kTimeUsage[] =
     "\n"
     "A text that cannot be read is reported on stderr and makes the exit status 1.\n";
 
+}  // namespace
+
 // Reads one time: a number is an epoch (even 0, which the parser cannot tell from nothing),
 // anything else goes to the parser, whose message goes to stderr on failure.
 bool ReadTime(const char *text, double *epoch) {
@@ -41,8 +43,6 @@ bool ReadTime(const char *text, double *epoch) {
   elog_flush(1, 0);
   return false;
 }
-
-}  // namespace
 
 int TimeCommand(int argc, char **argv) {
   const char *format = nullptr;

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "pf/test_dir.h"
 #include "tools/run_corvel.h"
 
 namespace {
@@ -12,23 +13,18 @@ namespace {
 using corvel::tools::Result;
 using corvel::tools::RunCorvel;
 
-class UnitsCommandTest : public ::testing::Test {
+class UnitsCommandTest : public corvel::pf::TempDirTest {
  protected:
   void SetUp() override {
-    char dir[] = "/tmp/corvel_units.XXXXXX";
-    ASSERT_NE(mkdtemp(dir), nullptr);
-    dir_ = dir;
-    FILE *table = fopen((dir_ + "/units").c_str(), "w");
-    fputs("Primitive m\nPrimitive s\nkm = 1000 m\nhour = 3600 s\nknot = 1852 m/hour\nmeter = m\n",
-          table);
-    fclose(table);
-    setenv("UNITS", dir_.c_str(), 1);
+    TempDirTest::SetUp();
+    Write("units",
+          "Primitive m\nPrimitive s\nkm = 1000 m\nhour = 3600 s\nknot = 1852 m/hour\nmeter = m\n");
+    setenv("UNITS", root_.c_str(), 1);
   }
   void TearDown() override {
     unsetenv("UNITS");
-    ASSERT_EQ(system(("rm -rf " + dir_).c_str()), 0);
+    TempDirTest::TearDown();
   }
-  std::string dir_;
 };
 
 TEST_F(UnitsCommandTest, ConvertsAndNamesMissingDimensions) {
@@ -68,7 +64,7 @@ TEST_F(UnitsCommandTest, UsageAndMissingTable) {
   Result r = RunCorvel("units --help");
   EXPECT_EQ(r.status, 0);
   EXPECT_EQ(r.out.rfind("usage: corvel units", 0), 0u);
-  setenv("UNITS", (dir_ + "/nowhere").c_str(), 1);
+  setenv("UNITS", (root_ + "/nowhere").c_str(), 1);
   r = RunCorvel("units km m");
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.out.find("Can't find units table"), std::string::npos);
