@@ -64,7 +64,7 @@ install: build
 
 bench: build
 	@cmake --build $(BUILD) --target benches -j $(JOBS)
-	@for b in $(BUILD)/*_bench; do echo "== $$b"; $$b --benchmark_counters_tabular=true || exit 1; done
+	@scripts/bench-table.sh $(BUILD)
 
 # Each parser under libFuzzer for FUZZ_SECONDS, from a scratch copy of its seed corpus.
 fuzz:
