@@ -16,6 +16,7 @@
 #include "corvel/text.h"
 #include "corvel/time.h"
 #include "elog/oom.h"
+#include "time/epoch_parse.h"
 #include "time/epoch_source.h"
 #include "time/epoch_tokens.h"
 #include "time/tzswitch.h"
@@ -125,28 +126,26 @@ long ReadInt(const char **p) {
   return value;
 }
 
-// Reads ".ddd" at *p. Up to 15 digits make an integer that a power of ten divides exactly as
-// strtod would round; longer fractions go to strtod itself.
+// Reads ".ddd" at *p. Short fractions are computed exactly as strtod would round them (the
+// fixed forms are read the same way); longer fractions go to strtod itself.
 double ReadFraction(const char **p) {
   const char *s = *p;
   if (*s != '.') return 0;
   const char *digits = s + 1;
   long n = 0;
   int count = 0;
-  while (IsDigit(digits[count]) && count < 16) {
+  while (IsDigit(digits[count]) && count <= kExactFractionDigits) {
     n = n * 10 + (digits[count] - '0');
     count++;
   }
-  if (count > 15 || IsDigit(digits[count])) {
+  if (count > kExactFractionDigits || IsDigit(digits[count])) {
     char *end;
     double value = strtod(s, &end);
     *p = end;
     return value;
   }
-  static const double kPowers[] = {1e0, 1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
-                                   1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
   *p = digits + count;
-  return static_cast<double>(n) / kPowers[count];
+  return FractionValue(n, count);
 }
 
 // Reads the integers of a token separated by other characters, the last one possibly with a
@@ -544,7 +543,9 @@ void ApplyZone() {
   }
 }
 
-int Parse(const char *text, double *result, int log) {
+}  // namespace
+
+int ParseGeneral(const char *text, double *result, int log) {
   pthread_mutex_lock(&g_lock);
   g_fields.Reset();
   g_fields.elog_ok = log;
@@ -590,8 +591,6 @@ int Parse(const char *text, double *result, int log) {
   pthread_mutex_unlock(&g_lock);
   return -errors;
 }
-
-}  // namespace
 
 int ReadSource(char *buf, size_t max_size) {
   if (g_input == nullptr || max_size == 0) return 0;
