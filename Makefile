@@ -4,13 +4,14 @@ PREFIX ?= /usr/local
 JOBS ?= $(shell nproc)
 BUILD := build
 ASAN_BUILD := build-asan
+TSAN_BUILD := build-tsan
 FUZZ_BUILD := build-fuzz
 FUZZ_SECONDS ?= 60
 FUZZ_TARGETS := $(patsubst fuzz/%_fuzz.cc,%,$(wildcard fuzz/*_fuzz.cc))
 STAGE := $(CURDIR)/$(BUILD)/stage
 CTEST := ctest --output-on-failure -j $(JOBS) --timeout 300
 
-.PHONY: all deps build run test test-plain test-sanitize test-abi install bench fuzz clean
+.PHONY: all deps build run test test-plain test-sanitize test-thread test-abi install bench fuzz clean
 
 all: build
 
@@ -43,7 +44,7 @@ run: build
 	@echo '$$ VELMORA=$$PWD corvel units 36 km/hour m/s'
 	@VELMORA=$(CURDIR) $(BUILD)/corvel units 36 km/hour m/s
 
-test: test-plain test-sanitize test-abi
+test: test-plain test-sanitize test-thread test-abi
 
 test-plain: build
 	@cd $(BUILD) && $(CTEST)
@@ -53,6 +54,16 @@ test-sanitize: deps
 	@cmake --build $(ASAN_BUILD) -j $(JOBS)
 	@cd $(ASAN_BUILD) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=0:allocator_may_return_null=1 \
 	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 $(CTEST)
+
+# The concurrency tests (suites named *ConcurrencyTest) under ThreadSanitizer: the library and
+# those tests only, gathered into one binary, so that this stays a few minutes. Races the
+# library keeps on purpose are listed, with the reason, in scripts/tsan.supp.
+test-thread: deps
+	@cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=Debug -DCORVEL_TSAN=ON >/dev/null
+	@cmake --build $(TSAN_BUILD) -j $(JOBS) --target concurrency_test
+	@cd $(TSAN_BUILD) && \
+	  TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 suppressions=$(CURDIR)/scripts/tsan.supp" \
+	  $(CTEST) -R ConcurrencyTest
 
 # The C ABI and the Fortran twins, proven against the installed library.
 test-abi: build
@@ -75,4 +86,4 @@ fuzz:
 	@fuzz/run.sh $(FUZZ_BUILD) $(FUZZ_SECONDS) $(FUZZ_TARGETS)
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(FUZZ_BUILD)

@@ -36,7 +36,9 @@ void CopyArguments(int argc, char **argv) {
   Argc = n;
 }
 
-void SetProgramName() {
+// Sets Program_Name and Program_Dir; the log's lock must be held, since every tag that names
+// the program reads them while another thread may be initialising.
+void SetProgramName(char **argv) {
   const char *path = getexecname();
   if (path != nullptr && strlen(path) < sizeof Program_Name) {
     char dir[sizeof Program_Dir];
@@ -47,6 +49,9 @@ void SetProgramName() {
   } else {
     strcpy(Program_Dir, "Unknown_Directory");
     strcpy(Program_Name, "Unknown_Program");
+  }
+  if (Program_Name[0] == '\0' && argv != nullptr && argv[0] != nullptr) {
+    snprintf(Program_Name, sizeof Program_Name, "%s", argv[0]);
   }
 }
 
@@ -78,16 +83,27 @@ int elog_init(int argc, char **argv) {
   if (pthread_mutex_trylock(&init_mutex) != 0) return 0;
 
   if (argc > 0) CopyArguments(argc, argv);
-  SetProgramName();
-  if (Program_Name[0] == '\0' && argv != nullptr && argv[0] != nullptr) {
-    snprintf(Program_Name, sizeof Program_Name, "%s", argv[0]);
-  }
   const char *reference = getenv("ELOG_REFERENCE_TIME");
-  Elog_reference_time =
+  double reference_time =
       reference != nullptr && reference[0] != '\0' ? str2epoch(reference) : std_now();
+  // What tags read is written only under the log's lock: another thread may be logging while
+  // this one initialises (it found initialisation under way and went on). The name is set
+  // before the configuration is read, so that messages about the file carry it; when another
+  // thread holds the lock just then, it is set below.
+  bool mine = Lock().HeldByMe();  // called from inside the log
+  bool named = mine || Lock().TryLock();
+  if (named) {
+    SetProgramName(argv);
+    Elog_reference_time = reference_time;
+    if (!mine) Lock().Unlock();
+  }
 
   Pf *config = Elog_init ? nullptr : ReadConfigFile();
   if (Lock().TryLock()) {
+    if (!named) {
+      SetProgramName(argv);
+      Elog_reference_time = reference_time;
+    }
     if (!Elog_init) {
       ConfigureOnce(config);
       __atomic_store_n(&Elog_init, 1, __ATOMIC_RELEASE);

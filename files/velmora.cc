@@ -63,12 +63,19 @@ char *NewestReleaseDirectory() {
   return found;
 }
 
-// Where the root is when nothing has recorded one: a new string, empty when nothing is found.
-char *FindRoot() {
+// A new copy of VELMORA, or null when it is unset or empty. g_root_lock must be held: the
+// first recording puts the variable into the environment under it, and another thread may be
+// reading it at that moment.
+char *RootFromEnvironmentLocked() {
   // An empty VELMORA counts as unset: the first recording of an empty root leaves exactly
   // that in the environment, and the next call must search again.
   const char *variable = getenv("VELMORA");
-  if (variable != nullptr && variable[0] != '\0') return CV_STRDUP(variable, "root");
+  return variable != nullptr && variable[0] != '\0' ? CV_STRDUP(variable, "root") : nullptr;
+}
+
+// Where the root is when nothing has recorded one and VELMORA does not tell: a new string,
+// empty when nothing is found.
+char *FindRoot() {
   if (IsDirectory(kDefaultRoot)) return CV_STRDUP(kDefaultRoot, "root");
   // The platform knows the program's own file; argv[0] is the next best thing without it.
   const char *program = getexecname();
@@ -76,6 +83,26 @@ char *FindRoot() {
   char *root = RootFromProgramPath(program);
   if (root == nullptr) root = NewestReleaseDirectory();
   return root != nullptr ? root : CV_STRDUP("", "root");
+}
+
+// Records root as the installation root; g_root_lock must be held. The first recording also
+// puts it into the environment. The same text is not written again: other threads may be
+// reading it without the lock.
+void RecordLocked(const char *root) {
+  if (root == nullptr) root = "";
+  size_t length = strnlen(root, kRootSize - 1);
+  if (strncmp(g_root, root, length) != 0 || g_root[length] != '\0') {
+    memcpy(g_root, root, length);
+    g_root[length] = '\0';
+  }
+  if (g_environment_entry == nullptr) {
+    size_t size = sizeof kEnvironmentPrefix - 1 + length + 1;
+    char *entry = static_cast<char *>(CV_MALLOC(size, "Setenv"));
+    memcpy(entry, kEnvironmentPrefix, sizeof kEnvironmentPrefix - 1);
+    memcpy(entry + sizeof kEnvironmentPrefix - 1, g_root, length + 1);
+    putenv(entry);
+    g_environment_entry = entry;
+  }
 }
 
 }  // namespace
@@ -114,35 +141,29 @@ char *RootFromProgramPath(const char *program) {
 
 char *getvelmora(void) {
   using namespace corvel::files;
+  int saved_errno = errno;
   pthread_mutex_lock(&g_root_lock);
   const bool recorded = g_root[0] != '\0';
+  char *root = recorded ? nullptr : RootFromEnvironmentLocked();
   pthread_mutex_unlock(&g_root_lock);
   if (!recorded) {
-    // Found outside the lock: the search reads the environment and the file system only, and
-    // two threads that both search find the same root.
-    int saved_errno = errno;
-    char *root = FindRoot();
-    putvelmora(root);
+    // Searched outside the lock: the search reads the environment and the file system only,
+    // and two threads that both search find the same root. Only the first to finish records
+    // it: the others may already be reading the recorded text through the pointer returned
+    // here.
+    if (root == nullptr) root = FindRoot();
+    pthread_mutex_lock(&g_root_lock);
+    if (g_root[0] == '\0') RecordLocked(root);
+    pthread_mutex_unlock(&g_root_lock);
     free(root);
-    errno = saved_errno;
   }
+  errno = saved_errno;
   return g_root;
 }
 
 void putvelmora(const char *root) {
   using namespace corvel::files;
-  if (root == nullptr) root = "";
   pthread_mutex_lock(&g_root_lock);
-  size_t length = strnlen(root, kRootSize - 1);
-  memcpy(g_root, root, length);
-  g_root[length] = '\0';
-  if (g_environment_entry == nullptr) {
-    size_t size = sizeof kEnvironmentPrefix - 1 + length + 1;
-    char *entry = static_cast<char *>(CV_MALLOC(size, "Setenv"));
-    memcpy(entry, kEnvironmentPrefix, sizeof kEnvironmentPrefix - 1);
-    memcpy(entry + sizeof kEnvironmentPrefix - 1, g_root, length + 1);
-    putenv(entry);
-    g_environment_entry = entry;
-  }
+  RecordLocked(root);
   pthread_mutex_unlock(&g_root_lock);
 }

@@ -14,8 +14,10 @@ namespace {
 Tbl *g_displaced = nullptr;
 
 // Each name's variable for updatePf: change detection keys on the variable's address, so it
-// must stay the same from one call to the next.
-pthread_mutex_t g_slots_lock = PTHREAD_MUTEX_INITIALIZER;
+// must stay the same from one call to the next. One variable serves every thread, so a whole
+// updatePf runs under this lock: two threads refreshing at once would otherwise both write the
+// variable, and one could hand the other's freed tree to the cache.
+pthread_mutex_t g_update_pf_lock = PTHREAD_MUTEX_INITIALIZER;
 Arr *g_update_slots = nullptr;
 
 // Stores pf under name; returns what was stored before. Pflist_mutex must be held.
@@ -24,15 +26,14 @@ Pf *StoreLocked(const char *name, Pf *pf) {
   return static_cast<Pf *>(setarr(Pflist, name, pf));
 }
 
+// g_update_pf_lock must be held.
 Pf **UpdateSlot(const char *name) {
-  pthread_mutex_lock(&g_slots_lock);
   if (g_update_slots == nullptr) g_update_slots = newarr(nullptr);
   Pf **slot = static_cast<Pf **>(getarr(g_update_slots, name));
   if (slot == nullptr) {
     slot = static_cast<Pf **>(CV_CALLOC(1, sizeof(Pf *), "updatePf"));
     setarr(g_update_slots, name, slot);
   }
-  pthread_mutex_unlock(&g_slots_lock);
   return slot;
 }
 
@@ -80,13 +81,17 @@ void putPf_nofree(const char *name, Pf *pf) {
 }
 
 int updatePf(const char *name) {
+  pthread_mutex_lock(&g_update_pf_lock);
   Pf *cached = getPf(name);
-  if (cached == nullptr) return -1;
-  Pf **slot = UpdateSlot(name);
-  *slot = cached;
-  int result = pfupdate(name, slot);
-  // pfupdate has freed the cached tree when it read a new one.
-  if (result == 1) putPf_nofree(name, *slot);
+  int result = -1;
+  if (cached != nullptr) {
+    Pf **slot = UpdateSlot(name);
+    *slot = cached;
+    result = pfupdate(name, slot);
+    // pfupdate has freed the cached tree when it read a new one.
+    if (result == 1) putPf_nofree(name, *slot);
+  }
+  pthread_mutex_unlock(&g_update_pf_lock);
   return result;
 }
 
