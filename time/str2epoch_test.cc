@@ -6,7 +6,6 @@
 
 #include <random>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "corvel/elog.h"
@@ -232,29 +231,6 @@ TEST(Str2epoch, BadInputNeverCrashesAndLeavesNoState) {
   Register();
   EXPECT_EQ(zstr2epoch("15:00", &value), 0);
   EXPECT_EQ(value, 15 * 3600.0);
-}
-
-TEST(Str2epoch, ParsesFromSeveralThreadsGiveTheSameAnswers) {
-  elog_init(0, nullptr);
-  setenv("TZ", "Europe/Paris", 1);
-  const char *texts[] = {"2024-02-01 07:05:09.047", "2024:032:07:05:09.5", "Feb 1 24",
-                         "2024-07-01 12:00 US/Pacific", "2024-02-01 12:00 LOCAL"};
-  std::vector<double> expected;
-  for (const char *t : texts) expected.push_back(str2epoch(t));
-  std::vector<std::thread> threads;
-  std::vector<int> mismatches(4, 0);
-  for (int k = 0; k < 4; k++) {
-    threads.emplace_back([&, k] {
-      for (int round = 0; round < 300; round++) {
-        for (size_t i = 0; i < expected.size(); i++) {
-          if (str2epoch(texts[i]) != expected[i]) mismatches[k]++;
-        }
-      }
-    });
-  }
-  for (auto &t : threads) t.join();
-  for (int m : mismatches) EXPECT_EQ(m, 0);
-  EXPECT_STREQ(getenv("TZ"), "Europe/Paris");
 }
 
 // What the library writes, the library reads back to the printed precision.
