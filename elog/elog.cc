@@ -13,26 +13,36 @@ namespace corvel {
 namespace elog {
 namespace {
 
+// A copy of text whose length the caller already has: the tag's comes from its expansion, and
+// the message is measured once for both the copy and the newline rules.
+char *CopyText(const char *text, size_t length) {
+  char *copy = static_cast<char *>(CV_MALLOC(length + 1, "s"));
+  memcpy(copy, text, length);
+  copy[length] = '\0';
+  return copy;
+}
+
 // A tag that starts the message with a blank line: the newline moves in front of the tag.
-char *TagAfterNewline(const char *tag) {
-  size_t n = strlen(tag);
-  char *s = static_cast<char *>(CV_MALLOC(n + 2, "s"));
+char *TagAfterNewline(const char *tag, size_t length) {
+  char *s = static_cast<char *>(CV_MALLOC(length + 2, "s"));
   s[0] = '\n';
-  memcpy(s + 1, tag, n + 1);
+  memcpy(s + 1, tag, length + 1);
   return s;
 }
 
 // Fills record from a formatted message and its expanded tag, by the log's newline rules.
-void FillRecord(Elog_msg *record, const char *message, const char *tag) {
-  if (message[0] == '\0' || strcmp(message, "\n") == 0) {
-    record->msg = CV_STRDUP("\n", "s");
+// The lengths are those of the two texts as C strings.
+void FillRecord(Elog_msg *record, const char *message, size_t length, const char *tag,
+                size_t tag_length) {
+  if (length == 0 || (length == 1 && message[0] == '\n')) {
+    record->msg = CopyText("\n", 1);
     record->tag = nullptr;
   } else if (message[0] == '\n') {
-    record->msg = CV_STRDUP(message + 1, "s");
-    record->tag = TagAfterNewline(tag);
+    record->msg = CopyText(message + 1, length - 1);
+    record->tag = TagAfterNewline(tag, tag_length);
   } else {
-    record->msg = CV_STRDUP(message, "s");
-    record->tag = CV_STRDUP(tag, "s");
+    record->msg = CopyText(message, length);
+    record->tag = CopyText(tag, tag_length);
   }
 }
 
@@ -58,6 +68,8 @@ void LogMessage(int severity, int flag, const char *fmt, va_list ap) {
   EnsureInitialized();
   char message[kMessageBufferSize];
   FormatMessage(message, fmt, ap);
+  // Measured as a C string: a conversion may have written a NUL into the message.
+  size_t length = strlen(message);
   char sys[256];
   bool with_sys = flag && err != 0;
   if (with_sys) SystemMessage(err, sys, sizeof sys);
@@ -83,8 +95,8 @@ void LogMessage(int severity, int flag, const char *fmt, va_list ap) {
 
   Elog_msg record;
   char tag[kTagBufferSize];
-  elog_expand(TagTemplate(severity), severity, tag, sizeof tag);
-  FillRecord(&record, message, tag);
+  int tag_length = elog_expand(TagTemplate(severity), severity, tag, sizeof tag);
+  FillRecord(&record, message, length, tag, static_cast<size_t>(tag_length));
   record.sys = with_sys ? CV_STRDUP(sys, "s") : nullptr;
   record.severity = severity;
   record.count = 1;
@@ -108,8 +120,11 @@ void LogMessage(int severity, int flag, const char *fmt, va_list ap) {
   elog_deliver(list, 0, to_deliver);
   if (want_stack) show_stack_trace(stderr);
 
+  // Copied under the lock, since another thread may set it; most severities have none.
   char debugger[ELOG_SLOT_SIZE] = "";
-  if (severity >= 0 && severity < ELOG_NSEVERITY) CopySlot(debugger, g_debug[severity]);
+  if (severity >= 0 && severity < ELOG_NSEVERITY && g_debug[severity][0] != '\0') {
+    CopySlot(debugger, g_debug[severity]);
+  }
   Lock().Unlock();
   errno = 0;
   if (debugger[0] != '\0') RunDebugger(debugger);
@@ -120,13 +135,13 @@ void LogMessage(int severity, int flag, const char *fmt, va_list ap) {
 
 using corvel::elog::LogMessage;
 
-#define CORVEL_DEFINE_LOGGER(name, severity)      \
-  void name(int flag, const char *fmt, ...) {     \
-    va_list ap;                                   \
-    va_start(ap, fmt);                            \
-    LogMessage(severity, flag, fmt, ap);          \
-    va_end(ap);                                   \
-  }                                               \
+#define CORVEL_DEFINE_LOGGER(name, severity)  \
+  void name(int flag, const char *fmt, ...) { \
+    va_list ap;                               \
+    va_start(ap, fmt);                        \
+    LogMessage(severity, flag, fmt, ap);      \
+    va_end(ap);                               \
+  }                                           \
   void v##name(int flag, const char *fmt, va_list ap) { LogMessage(severity, flag, fmt, ap); }
 
 CORVEL_DEFINE_LOGGER(elog_log, ELOG_LOG)
@@ -177,9 +192,9 @@ char *velogstr(int severity, int flag, const char *fmt, va_list ap) {
   char message[kMessageBufferSize];
   FormatMessage(message, fmt, ap);
   char tag[kTagBufferSize];
-  elog_expand(TagTemplate(severity), severity, tag, sizeof tag);
+  int expanded = elog_expand(TagTemplate(severity), severity, tag, sizeof tag);
   Elog_msg record = {};
-  FillRecord(&record, message, tag);
+  FillRecord(&record, message, strlen(message), tag, static_cast<size_t>(expanded));
   char sys[256] = "";
   if (flag && err != 0) SystemMessage(err, sys, sizeof sys);
 
